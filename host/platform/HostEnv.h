@@ -1,0 +1,101 @@
+// The host binding of the platform seam (gorv::Env), with the switches that
+// tests and the simulator steer:
+//  - clock: the real steady clock, or a virtual clock moved by hand;
+//  - properties: android-base's in-process store (android::base::SetProperty);
+//  - perf lock: a recorder handing out handles 1, 2, 3, ... that records every
+//    call and can be told to fail;
+//  - trace: a recorder whose "always" tag can be switched off;
+//  - nodes: opened beneath a sysfs root directory (GORV_SYSFS_ROOT, or one set
+//    here), so "/sys/kernel/..." becomes "<root>/sys/kernel/...";
+//  - listeners: every observable effect (node write, lock call, trace event)
+//    is reported, in order, to the registered listeners.
+// All methods are thread-safe.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "platform/Env.h"
+
+namespace gorv {
+
+// One observable effect of the plug-in on the platform.
+struct HostEvent {
+  enum class Kind { NodeWrite, PerfLockAcquire, PerfLockRelease, TraceCounter, TraceBegin, TraceEnd };
+  Kind kind;
+  std::string name;          // node path as the feature knows it, or trace name
+  std::string text;          // text written to a node
+  int64_t value = 0;         // trace counter value
+  int32_t handle = -1;       // perf lock: result of acquire, argument of release
+  std::vector<int32_t> resources;  // perf lock acquire: the request list
+  int64_t timeNs = 0;        // monotonic time of the effect (virtual or real)
+};
+
+class HostEnv : public Env {
+ public:
+  using Listener = std::function<void(const HostEvent&)>;
+
+  // The process-wide instance; Env::Default() returns it in host builds.
+  static HostEnv& Get();
+
+  // Back to the defaults: real clock, perf lock succeeding with handles
+  // starting at 1, always tag enabled, no recorded events, no listeners,
+  // sysfs root from GORV_SYSFS_ROOT. Properties are not touched.
+  void Reset();
+
+  // Clock.
+  void UseVirtualClock(std::chrono::nanoseconds start = std::chrono::nanoseconds(0));
+  void UseRealClock();
+  void AdvanceClock(std::chrono::nanoseconds by);
+  void SetClock(std::chrono::nanoseconds now);
+
+  // Perf lock: while failing, acquisitions return `failureValue`.
+  void SetPerfLockFailure(bool failing, int32_t failureValue = -1);
+  std::vector<HostEvent> PerfLockCalls() const;  // acquires and releases, in order
+  // Handles acquired and not yet released.
+  std::vector<int32_t> HeldPerfLocks() const;
+
+  // Trace.
+  void SetTraceAlwaysTagEnabled(bool enabled);
+  std::vector<HostEvent> TraceEvents() const;
+
+  // Nodes. An empty root means "as given" (the device's own paths).
+  void SetSysfsRoot(const std::string& root);
+  std::string SysfsRoot() const;
+  std::vector<HostEvent> NodeWrites() const;
+
+  // Every effect, in order.
+  std::vector<HostEvent> Events() const;
+  void ClearEvents();
+  // Returns an id for RemoveListener. Listeners run on the thread of the
+  // effect, outside the env's lock.
+  int AddListener(Listener listener);
+  void RemoveListener(int id);
+
+  // Env.
+  std::chrono::steady_clock::time_point NowMonotonic() override;
+  int PropertyGet(const char* key, char* value, const char* defaultValue) override;
+  std::string PerfGetProp(const char* key, const char* defaultValue) override;
+  int PerfLockAcqRel(int handle, int durationMs, int* list, int numArgs, int reserved) override;
+  int PerfLockRel(int handle) override;
+  uint64_t TraceEnabledTags() override;
+  void TraceInt(const char* name, int32_t value) override;
+  void TraceBegin(const char* name) override;
+  void TraceEnd() override;
+  std::unique_ptr<NodeFile> OpenNode(const std::string& path) override;
+
+  // Reports a node write (called by the host NodeFile on close).
+  void RecordNodeWrite(const std::string& path, const std::string& text);
+
+ private:
+  HostEnv();
+  void Record(HostEvent event);
+  // ... implementation state, guarded by mMutex
+  mutable std::mutex mMutex;
+};
+
+}  // namespace gorv
