@@ -9,8 +9,10 @@
 #pragma once
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <list>
+#include <vector>
 
 class GorvFeature;
 class GorvDataManager;
@@ -66,4 +68,6 @@ class GorvAction {
   void acquireLock();
   void releaseLock();
   void traceCounter(const char* name, float value);
+
+  std::vector<float> mAverages;  // output of the frame-rate reduction
 };

@@ -78,6 +78,10 @@ class GorvFeature : public Feature {
   GorvAction* mAction;
 
  private:
+  void buildComponents();
+  void destroyComponents();
+  void adoptPayload(AsyncTriggerPayload& payload, std::string& package);
+  void resetAfterFailure();
   void handleStart(AsyncTriggerPayload& payload, std::string& package);
   void handleStop(AsyncTriggerPayload& payload, std::string& package);
   void handleFpsHint(AsyncTriggerPayload& payload);

@@ -1,0 +1,267 @@
+#include "feature/GorvFeature.h"
+
+#include <exception>
+#include <memory>
+#include <new>
+
+#include "action/GorvAction.h"
+#include "data/GorvDataManager.h"
+#include "framework/AsyncEvent.h"
+#include "framework/FeatureLocator.h"
+#include "intervals/GorvIntervalsCounter.h"
+#include "meter/GorvMetaMeter.h"
+#include "platform/Env.h"
+#include "platform/Log.h"
+
+namespace {
+constexpr const char* kTag = "GORV_FEATURE";
+}  // namespace
+
+GorvFeature::GorvFeature(FeatureInfo info)
+    : Feature(info),
+      mTraceEnabled(false),
+      mFpsHintApplied(false),
+      mDataManager(nullptr),
+      mIntervalsCounter(nullptr),
+      mTriggerPayload(),
+      mEnabled(false),
+      mGameActive(false),
+      mFpsHint(-1),
+      mAction(nullptr) {
+  gorv::Env* env = gorv::Env::Default();
+  mEnabled = env->PerfGetProp("ro.vendor.perf.gorv", "false") == "true";
+  if (!mEnabled) return;
+
+  char trace[gorv::Env::kPropValueMax] = {};
+  if (env->PropertyGet("vendor.debug.trace.gorv", trace, nullptr) >= 1 && trace[0] == '1') {
+    mTraceEnabled = true;
+  }
+  try {
+    buildComponents();
+  } catch (...) {
+    // The destructor does not run for a constructor that throws.
+    destroyComponents();
+    throw;
+  }
+}
+
+void GorvFeature::buildComponents() {
+  GorvMetaMeter* meter = new (std::nothrow) GorvMetaMeter(*this);
+  metaMeter = meter;
+  if (meter == nullptr) {
+    GORV_LOG(kTag, "GorvFeature", "MetaMeter is not available\n");
+    return;
+  }
+  mIntervalsCounter = new (std::nothrow) GorvIntervalsCounter();
+  if (mIntervalsCounter == nullptr) return;
+  mDataManager = new (std::nothrow) GorvDataManager(meter, meter->mMeterRequests);
+  if (mDataManager == nullptr) return;
+  mAction = new (std::nothrow) GorvAction(*this);
+  if (mAction == nullptr) return;
+  mDataManager->dataRegistryComp(mIntervalsCounter);
+  setPeriodicThreadInterval();
+  GORV_LOG(kTag, "GorvFeature", "Initialized  %s(rev. %s)", kName, kRevision);
+}
+
+GorvFeature::~GorvFeature() {
+  periodicEnabled = false;
+  destroyComponents();
+}
+
+void GorvFeature::destroyComponents() {
+  delete metaMeter;
+  metaMeter = nullptr;
+  delete mIntervalsCounter;
+  mIntervalsCounter = nullptr;
+  delete mDataManager;
+  mDataManager = nullptr;
+  delete mAction;
+  mAction = nullptr;
+}
+
+void GorvFeature::setPeriodicThreadInterval() {
+  if (mIntervalsCounter == nullptr) return;
+  int32_t interval = mIntervalsCounter->mWakeUpTime;
+  periodicInterval.store(interval);
+  if (interval >= 0) periodicEnabled = true;
+}
+
+void GorvFeature::runAsync(AsyncTriggerPayload payload) {
+  if (!mEnabled || mDataManager == nullptr) return;
+  std::lock_guard<std::mutex> lock(mCoreMutex);
+  try {
+    std::string package = payload.component.substr(0, payload.component.find('/'));
+    if (isIgnored(payload.component)) return;
+    switch (payload.triggerId) {
+      case kTriggerStart:
+      case kTriggerStartAlt:
+        handleStart(payload, package);
+        break;
+      case kTriggerStop:
+      case kTriggerStopAlt:
+        handleStop(payload, package);
+        break;
+      case kTriggerFpsHint:
+        handleFpsHint(payload);
+        break;
+      case kTriggerVendorHintDisable:
+        handleVendorHintDisable(payload);
+        break;
+      default:
+        break;
+    }
+  } catch (const std::exception& e) {
+    GORV_LOG(kTag, "runAsync", "Corrupted execution state- exception %s\n", e.what());
+    resetAfterFailure();
+  } catch (...) {
+    GORV_LOG(kTag, "runAsync", "Corrupted execution state - Reseting All\n ");
+    resetAfterFailure();
+  }
+}
+
+bool GorvFeature::isIgnored(const std::string& component) const {
+  for (const std::string& entry : featureInfo.ignoreList) {
+    if (component.find(entry) != std::string::npos) return true;
+  }
+  return false;
+}
+
+void GorvFeature::handleStart(AsyncTriggerPayload& payload, std::string& package) {
+  if (!isGame(package)) return;
+  if (mGameActive.load(std::memory_order_acquire)) return;
+  adoptPayload(payload, package);
+  int32_t pid = getGamePid(package);
+  if (pid >= 1) {
+    mPidNodePath = kPidNode;
+    updateSysNodes(mPidNodePath, pid);
+  }
+  mGameActive.store(true, std::memory_order_release);
+  resetParams();
+  if (mAction != nullptr) mAction->applyAction();
+  periodicActive.store(true, std::memory_order_release);
+  periodicWake.notify_all();
+  metaMeter->handleAsync(mTriggerPayload);
+  if (mDataManager != nullptr) mDataManager->setTriggerPayload(mTriggerPayload);
+}
+
+void GorvFeature::handleStop(AsyncTriggerPayload& payload, std::string& package) {
+  if (!isGame(package)) return;
+  if (!mGameActive.load(std::memory_order_acquire)) return;
+  adoptPayload(payload, package);
+  periodicActive.store(false, std::memory_order_release);
+  mGameActive.store(false, std::memory_order_release);
+  mFpsHintApplied = false;
+  mFpsHint = -1;
+  if (mAction != nullptr) mAction->reset();
+  resetParams();
+  // The data manager keeps replaying the last start event.
+  metaMeter->handleAsync(mTriggerPayload);
+}
+
+void GorvFeature::adoptPayload(AsyncTriggerPayload& payload, std::string& package) {
+  mTriggerPayload = payload;
+  mTriggerPayload.component = package;
+}
+
+void GorvFeature::handleFpsHint(AsyncTriggerPayload& payload) {
+  mFpsHint = payload.triggerValue;
+  if (mFpsHint < 1) return;
+  mFpsNodePath = kFpsNode;
+  if (updateSysNodes(mFpsNodePath, mFpsHint) == 0) mFpsHintApplied = true;
+}
+
+void GorvFeature::handleVendorHintDisable(AsyncTriggerPayload& payload) {
+  if (mAction == nullptr) return;
+  int32_t disable = payload.triggerValue;
+  std::atomic<bool>& disabled = mAction->mDisabled;
+  if (disabled.load(std::memory_order_acquire) && disable == 0) {
+    GORV_LOG(kTag, "runAsync", "VENDOR_HINT_DISABLE - true, disable:%d", disable);
+    disabled.store(false, std::memory_order_release);
+  } else if (!disabled.load(std::memory_order_acquire) && disable == 1) {
+    GORV_LOG(kTag, "runAsync", "VENDOR_HINT_DISABLE -false, disable:%d", disable);
+    mAction->reset();
+    disabled.store(true, std::memory_order_release);
+  } else {
+    GORV_LOG(kTag, "runAsync", "Invalid VENDOR_HINT_DISABLE value %d", disable);
+  }
+}
+
+bool GorvFeature::isGame(std::string& package) {
+  std::string key = "AppClassifier";
+  featureData result;
+  result.value = 0;
+  if (locator == nullptr) return false;
+  try {
+    locator->getData(key, package, result, 0);
+    return result.value == kAppClassGame;
+  } catch (const std::exception& e) {
+    GORV_LOG(kTag, "isGame", "isGame- exception %s\n", e.what());
+  } catch (...) {
+    GORV_LOG(kTag, "isGame", "isGame-  execution exception\n ");
+  }
+  return false;
+}
+
+int32_t GorvFeature::getGamePid(std::string& package) {
+  int32_t pid = AsyncEvent::getPid(package);
+  if (pid < 0) {
+    GORV_LOG(kTag, "getGamePid", "Fail to start -Pid is %d for %s\n", pid, package.c_str());
+  }
+  return pid;
+}
+
+void GorvFeature::resetParams() {
+  if (mDataManager != nullptr) mDataManager->reset();
+  if (mAction != nullptr) mAction->reset();
+  if (mIntervalsCounter != nullptr) {
+    // Deliberately a walk over copies: the stored timers keep their phase, so
+    // a new session's first analysis follows the running schedule.
+    for (TimeKeeper keeper : mIntervalsCounter->mTimeKeepers) {  // NOLINT(performance-for-range-copy)
+      keeper.reset();
+    }
+  }
+}
+
+void GorvFeature::resetAfterFailure() {
+  try {
+    resetParams();
+  } catch (...) {
+    // Nothing may reach the framework; the next trigger resets again.
+  }
+}
+
+void GorvFeature::runAsyncPeriodic(std::atomic<bool> const& /*stop*/) {
+  std::lock_guard<std::mutex> lock(mCoreMutex);
+  if (!mEnabled || !mGameActive.load(std::memory_order_acquire) || mAction == nullptr) {
+    GORV_LOG(kTag, "runAsyncPeriodic", "Improper Initialization");
+    return;
+  }
+  try {
+    runDueTasks();
+  } catch (const std::exception& e) {
+    resetAfterFailure();
+    GORV_LOG(kTag, "runAsyncPeriodic", "runAsyncPeriodic- exception %s\n", e.what());
+  } catch (...) {
+    resetAfterFailure();
+    GORV_LOG(kTag, "runAsyncPeriodic", "runAsyncPeriodic -  execution exception\n ");
+  }
+  mDueTasks.clear();
+}
+
+void GorvFeature::runDueTasks() {
+  mIntervalsCounter->syncWakeUpTime(mDueTasks);
+  for (const IntervalCallback& task : mDueTasks) {
+    IntervalCallback run = task;
+    run(nullptr);
+  }
+}
+
+int32_t GorvFeature::updateSysNodes(std::string& path, int32_t value) {
+  std::unique_ptr<gorv::NodeFile> node = gorv::Env::Default()->OpenNode(path);
+  if (!node) {
+    GORV_LOG(kTag, "updateSysNodes", "Unable to open %s file", path.c_str());
+    return -1;
+  }
+  node->Write(std::to_string(value));
+  return 0;
+}
