@@ -15,6 +15,7 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
+#include <initializer_list>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -94,8 +95,21 @@ class HostEnv : public Env {
  private:
   HostEnv();
   void Record(HostEvent event);
-  // ... implementation state, guarded by mMutex
+  std::chrono::steady_clock::time_point nowLocked() const;
+  std::vector<HostEvent> eventsOf(std::initializer_list<HostEvent::Kind> kinds) const;
+
   mutable std::mutex mMutex;
+  bool mVirtualClock = false;                           // guarded by mMutex
+  std::chrono::nanoseconds mVirtualNow{0};              // guarded by mMutex
+  bool mPerfLockFailing = false;                        // guarded by mMutex
+  int32_t mPerfLockFailureValue = -1;                   // guarded by mMutex
+  int32_t mNextPerfHandle = 1;                          // guarded by mMutex
+  std::vector<int32_t> mHeldPerfLocks;                  // guarded by mMutex
+  bool mAlwaysTagEnabled = true;                        // guarded by mMutex
+  std::string mSysfsRoot;                               // guarded by mMutex
+  std::vector<HostEvent> mEvents;                       // guarded by mMutex
+  std::vector<std::pair<int, Listener>> mListeners;     // guarded by mMutex
+  int mNextListenerId = 1;                              // guarded by mMutex
 };
 
 }  // namespace gorv

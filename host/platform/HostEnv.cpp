@@ -1,0 +1,217 @@
+#include "host/platform/HostEnv.h"
+
+#include <android-base/properties.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <utility>
+
+#include "host/platform/HostNodeFile.h"
+
+namespace gorv {
+
+Env* Env::Default() { return &HostEnv::Get(); }
+
+HostEnv& HostEnv::Get() {
+  static HostEnv* env = new HostEnv();  // never destroyed: used until exit
+  return *env;
+}
+
+HostEnv::HostEnv() { Reset(); }
+
+void HostEnv::Reset() {
+  std::lock_guard<std::mutex> lock(mMutex);
+  mVirtualClock = false;
+  mVirtualNow = std::chrono::nanoseconds(0);
+  mPerfLockFailing = false;
+  mPerfLockFailureValue = -1;
+  mNextPerfHandle = 1;
+  mHeldPerfLocks.clear();
+  mAlwaysTagEnabled = true;
+  mEvents.clear();
+  mListeners.clear();
+  const char* root = std::getenv("GORV_SYSFS_ROOT");
+  mSysfsRoot = root != nullptr ? root : "";
+}
+
+void HostEnv::UseVirtualClock(std::chrono::nanoseconds start) {
+  std::lock_guard<std::mutex> lock(mMutex);
+  mVirtualClock = true;
+  mVirtualNow = start;
+}
+
+void HostEnv::UseRealClock() {
+  std::lock_guard<std::mutex> lock(mMutex);
+  mVirtualClock = false;
+}
+
+void HostEnv::AdvanceClock(std::chrono::nanoseconds by) {
+  std::lock_guard<std::mutex> lock(mMutex);
+  mVirtualNow += by;
+}
+
+void HostEnv::SetClock(std::chrono::nanoseconds now) {
+  std::lock_guard<std::mutex> lock(mMutex);
+  mVirtualNow = now;
+}
+
+std::chrono::steady_clock::time_point HostEnv::NowMonotonic() {
+  std::lock_guard<std::mutex> lock(mMutex);
+  return nowLocked();
+}
+
+std::chrono::steady_clock::time_point HostEnv::nowLocked() const {
+  if (!mVirtualClock) return std::chrono::steady_clock::now();
+  return std::chrono::steady_clock::time_point(
+      std::chrono::duration_cast<std::chrono::steady_clock::duration>(mVirtualNow));
+}
+
+int HostEnv::PropertyGet(const char* key, char* value, const char* defaultValue) {
+  std::string text = android::base::GetProperty(key, defaultValue != nullptr ? defaultValue : "");
+  size_t length = std::min(text.size(), static_cast<size_t>(kPropValueMax - 1));
+  std::memcpy(value, text.data(), length);
+  value[length] = '\0';
+  return static_cast<int>(length);
+}
+
+std::string HostEnv::PerfGetProp(const char* key, const char* defaultValue) {
+  return android::base::GetProperty(key, defaultValue != nullptr ? defaultValue : "");
+}
+
+int HostEnv::PerfLockAcqRel(int /*handle*/, int /*durationMs*/, int* list, int numArgs,
+                            int /*reserved*/) {
+  HostEvent event{HostEvent::Kind::PerfLockAcquire, "", "", 0, -1, {}, 0};
+  if (list != nullptr && numArgs > 0) event.resources.assign(list, list + numArgs);
+  {
+    std::lock_guard<std::mutex> lock(mMutex);
+    if (mPerfLockFailing) {
+      event.handle = mPerfLockFailureValue;
+    } else {
+      event.handle = mNextPerfHandle++;
+      mHeldPerfLocks.push_back(event.handle);
+    }
+  }
+  int32_t handle = event.handle;
+  Record(std::move(event));
+  return handle;
+}
+
+int HostEnv::PerfLockRel(int handle) {
+  int result = -1;
+  {
+    std::lock_guard<std::mutex> lock(mMutex);
+    auto held = std::find(mHeldPerfLocks.begin(), mHeldPerfLocks.end(), handle);
+    if (held != mHeldPerfLocks.end()) {
+      mHeldPerfLocks.erase(held);
+      result = 0;
+    }
+  }
+  Record(HostEvent{HostEvent::Kind::PerfLockRelease, "", "", 0, handle, {}, 0});
+  return result;
+}
+
+void HostEnv::SetPerfLockFailure(bool failing, int32_t failureValue) {
+  std::lock_guard<std::mutex> lock(mMutex);
+  mPerfLockFailing = failing;
+  mPerfLockFailureValue = failureValue;
+}
+
+std::vector<int32_t> HostEnv::HeldPerfLocks() const {
+  std::lock_guard<std::mutex> lock(mMutex);
+  return mHeldPerfLocks;
+}
+
+uint64_t HostEnv::TraceEnabledTags() {
+  std::lock_guard<std::mutex> lock(mMutex);
+  return mAlwaysTagEnabled ? kTraceTagAlways : 0;
+}
+
+void HostEnv::SetTraceAlwaysTagEnabled(bool enabled) {
+  std::lock_guard<std::mutex> lock(mMutex);
+  mAlwaysTagEnabled = enabled;
+}
+
+void HostEnv::TraceInt(const char* name, int32_t value) {
+  Record(HostEvent{HostEvent::Kind::TraceCounter, name, "", value, -1, {}, 0});
+}
+
+void HostEnv::TraceBegin(const char* name) {
+  Record(HostEvent{HostEvent::Kind::TraceBegin, name, "", 0, -1, {}, 0});
+}
+
+void HostEnv::TraceEnd() { Record(HostEvent{HostEvent::Kind::TraceEnd, "", "", 0, -1, {}, 0}); }
+
+void HostEnv::SetSysfsRoot(const std::string& root) {
+  std::lock_guard<std::mutex> lock(mMutex);
+  mSysfsRoot = root;
+}
+
+std::string HostEnv::SysfsRoot() const {
+  std::lock_guard<std::mutex> lock(mMutex);
+  return mSysfsRoot;
+}
+
+std::unique_ptr<NodeFile> HostEnv::OpenNode(const std::string& path) {
+  return HostNodeFile::Open(*this, SysfsRoot() + path, path);
+}
+
+void HostEnv::RecordNodeWrite(const std::string& path, const std::string& text) {
+  Record(HostEvent{HostEvent::Kind::NodeWrite, path, text, 0, -1, {}, 0});
+}
+
+void HostEnv::Record(HostEvent event) {
+  std::vector<Listener> listeners;
+  {
+    std::lock_guard<std::mutex> lock(mMutex);
+    event.timeNs = nowLocked().time_since_epoch().count();
+    mEvents.push_back(event);
+    for (const auto& entry : mListeners) listeners.push_back(entry.second);
+  }
+  for (const Listener& listener : listeners) listener(event);
+}
+
+std::vector<HostEvent> HostEnv::Events() const {
+  std::lock_guard<std::mutex> lock(mMutex);
+  return mEvents;
+}
+
+std::vector<HostEvent> HostEnv::eventsOf(std::initializer_list<HostEvent::Kind> kinds) const {
+  std::vector<HostEvent> selected;
+  for (const HostEvent& event : Events()) {
+    if (std::find(kinds.begin(), kinds.end(), event.kind) != kinds.end()) selected.push_back(event);
+  }
+  return selected;
+}
+
+std::vector<HostEvent> HostEnv::PerfLockCalls() const {
+  return eventsOf({HostEvent::Kind::PerfLockAcquire, HostEvent::Kind::PerfLockRelease});
+}
+
+std::vector<HostEvent> HostEnv::TraceEvents() const {
+  return eventsOf(
+      {HostEvent::Kind::TraceCounter, HostEvent::Kind::TraceBegin, HostEvent::Kind::TraceEnd});
+}
+
+std::vector<HostEvent> HostEnv::NodeWrites() const { return eventsOf({HostEvent::Kind::NodeWrite}); }
+
+void HostEnv::ClearEvents() {
+  std::lock_guard<std::mutex> lock(mMutex);
+  mEvents.clear();
+}
+
+int HostEnv::AddListener(Listener listener) {
+  std::lock_guard<std::mutex> lock(mMutex);
+  int id = mNextListenerId++;
+  mListeners.emplace_back(id, std::move(listener));
+  return id;
+}
+
+void HostEnv::RemoveListener(int id) {
+  std::lock_guard<std::mutex> lock(mMutex);
+  mListeners.erase(std::remove_if(mListeners.begin(), mListeners.end(),
+                                  [id](const auto& entry) { return entry.first == id; }),
+                   mListeners.end());
+}
+
+}  // namespace gorv

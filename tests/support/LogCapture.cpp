@@ -1,0 +1,59 @@
+#include "tests/support/LogCapture.h"
+
+#include <android/log.h>
+
+#include <atomic>
+#include <cctype>
+
+namespace {
+std::atomic<LogCapture*> gActive{nullptr};
+}  // namespace
+
+void CaptureLine(int priority, const char* tag, const char* message) {
+  LogCapture* capture = gActive.load();
+  if (capture == nullptr) return;
+  std::lock_guard<std::mutex> lock(capture->mMutex);
+  capture->mLines.push_back({priority, tag ? tag : "", message ? message : ""});
+}
+
+namespace {
+void Logger(const __android_logger_data* data, const char* message) {
+  CaptureLine(data->priority, data->tag, message);
+}
+}  // namespace
+
+LogCapture::LogCapture() {
+  gActive.store(this);
+  __android_log_set_logger(Logger);
+}
+
+LogCapture::~LogCapture() {
+  __android_log_set_logger(__android_log_stderr_logger);
+  gActive.store(nullptr);
+}
+
+std::vector<std::string> LogCapture::Messages() const {
+  std::vector<std::string> messages;
+  for (const Line& line : Lines()) messages.push_back(MaskLine(line.message));
+  return messages;
+}
+
+std::vector<LogCapture::Line> LogCapture::Lines() const {
+  std::lock_guard<std::mutex> lock(mMutex);
+  return mLines;
+}
+
+void LogCapture::Clear() {
+  std::lock_guard<std::mutex> lock(mMutex);
+  mLines.clear();
+}
+
+std::string LogCapture::MaskLine(const std::string& message) {
+  size_t call = message.find("() ");
+  if (call == std::string::npos) return message;
+  size_t digits = call + 3;
+  size_t end = digits;
+  while (end < message.size() && std::isdigit(static_cast<unsigned char>(message[end]))) ++end;
+  if (end == digits || end >= message.size() || message[end] != ':') return message;
+  return message.substr(0, digits) + "N" + message.substr(end);
+}
