@@ -70,4 +70,8 @@ class GorvDataManager {
   AsyncTriggerPayload mTriggerPayload;
   std::vector<float> mFpsQueue;  // frames per second, oldest first
   std::mutex mQueueMutex;
+
+ private:
+  // Makes a payload whose copy failed half-way recognisable.
+  void markHalfCopied();
 };
