@@ -1,6 +1,6 @@
 #include "host/framework/SteppedMeterService.h"
 
-#include <algorithm>
+#include <stdexcept>
 
 #include "host/platform/HostEnv.h"
 
@@ -8,7 +8,10 @@ SteppedMeterService::SteppedMeterService(std::chrono::milliseconds latency) : mL
 
 void SteppedMeterService::SetLatency(std::chrono::milliseconds latency) { mLatency = latency; }
 
+void SteppedMeterService::SetStartFailure(bool failing) { mStartFailing = failing; }
+
 void SteppedMeterService::Start(MetaMeter& meter) {
+  if (mStartFailing) throw std::runtime_error("meter service unavailable");
   std::chrono::nanoseconds now = gorv::HostEnv::Get().NowMonotonic().time_since_epoch();
   mRuns.push_back(Run{now + mLatency, &meter});
 }

@@ -15,6 +15,9 @@ class SteppedMeterService : public MeterService {
   explicit SteppedMeterService(std::chrono::milliseconds latency = std::chrono::milliseconds(50));
 
   void SetLatency(std::chrono::milliseconds latency);
+  // While set, Start() throws std::runtime_error("meter service unavailable"),
+  // as a framework whose meter service died would.
+  void SetStartFailure(bool failing);
   void Start(MetaMeter& meter) override;
   // Delivers every run due at or before `now`.
   void DeliverDue(std::chrono::nanoseconds now);
@@ -27,5 +30,6 @@ class SteppedMeterService : public MeterService {
     MetaMeter* meter;
   };
   std::chrono::milliseconds mLatency;
+  bool mStartFailing = false;
   std::deque<Run> mRuns;  // in start order; latency is fixed, so also due order
 };

@@ -33,6 +33,7 @@ class SteppedRunner {
   // Takes ownership of the feature to drive (may be null: nothing runs).
   void Adopt(Feature* feature);
   Feature* feature() const { return mFeature.get(); }
+  SteppedMeterService& meters() { return mMeters; }
 
   void ScheduleAction(int64_t atMs, std::function<void()> action);
   void ScheduleTrigger(int64_t atMs, AsyncTriggerPayload payload);
