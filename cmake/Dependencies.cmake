@@ -23,3 +23,5 @@ endif()
 if(GORV_BUILD_BENCH)
   find_package(benchmark REQUIRED)
 endif()
+
+find_path(ANDROID_CUTILS_INCLUDE_DIR cutils/properties.h PATHS /usr/include/android)
