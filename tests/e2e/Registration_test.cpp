@@ -1,0 +1,113 @@
+// How libgorv.so makes itself known to the framework when it is loaded, and
+// how the framework creates the feature through the registered factory.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <memory>
+#include <new>
+#include <string>
+
+#include "framework/Feature.h"
+#include "host/framework/PluginLoader.h"
+#include "tests/support/GameWorld.h"
+#include "tests/support/LogCapture.h"
+
+namespace {
+
+// Fails every non-throwing allocation while set.
+bool gFailNothrow = false;
+
+}  // namespace
+
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+  if (gFailNothrow) return nullptr;
+  try {
+    return ::operator new(size);
+  } catch (...) {
+    return nullptr;
+  }
+}
+
+namespace {
+
+Feature* OtherFactory(FeatureInfo) { return nullptr; }
+
+// A second copy of the library under another path: the loader maps it as a
+// library of its own, so its registration runs again, as when two plug-ins
+// with the same key are installed.
+std::string CopyOfPlugin(const std::string& name) {
+  std::filesystem::path dir = std::filesystem::temp_directory_path() / "gorv-registration";
+  std::filesystem::create_directories(dir);
+  std::filesystem::path copy = dir / name;
+  std::filesystem::copy_file(GORV_PLUGIN_PATH, copy,
+                             std::filesystem::copy_options::overwrite_existing);
+  return copy.string();
+}
+
+FeatureRegistry::Factory Registered(const std::string& key) {
+  std::lock_guard<std::mutex> lock(FeatureRegistry::mMutex);
+  if (FeatureRegistry::classList == nullptr) return nullptr;
+  auto found = FeatureRegistry::classList->find(key);
+  return found == FeatureRegistry::classList->end() ? nullptr : found->second;
+}
+
+TEST(RegistrationTest, LoadingRegistersGorvBesideOtherPluginsAndTheFirstFactoryWins) {
+  // Another plug-in loaded first and created the map.
+  FeatureRegistry::Map* map = nullptr;
+  {
+    std::lock_guard<std::mutex> lock(FeatureRegistry::mMutex);
+    ASSERT_EQ(FeatureRegistry::classList, nullptr);
+    map = new FeatureRegistry::Map();
+    map->emplace("OTHER", &OtherFactory);
+    FeatureRegistry::classList = map;
+  }
+  std::string error;
+  ASSERT_TRUE(PluginLoader::Load(GORV_PLUGIN_PATH, &error)) << error;
+  EXPECT_EQ(FeatureRegistry::classList, map);
+  EXPECT_EQ(Registered("OTHER"), &OtherFactory);
+  FeatureRegistry::Factory first = Registered("GORV");
+  ASSERT_NE(first, nullptr);
+
+  // Loading the same library again runs nothing new; a second copy
+  // registers again and is turned away.
+  ASSERT_TRUE(PluginLoader::Load(GORV_PLUGIN_PATH, &error)) << error;
+  ASSERT_TRUE(PluginLoader::Load(CopyOfPlugin("libgorv-copy.so"), &error)) << error;
+  EXPECT_EQ(Registered("GORV"), first);
+  EXPECT_EQ(map->size(), 2u);
+
+  // The framework creates the feature through the factory.
+  GameWorld world;
+  std::unique_ptr<Feature> feature(world.CreateFeature());
+  ASSERT_NE(feature, nullptr);
+  EXPECT_EQ(feature->name, "GORV");
+  EXPECT_EQ(feature->periodicInterval.load(), 200);
+
+  // Without memory the factory returns null and throws nothing.
+  gFailNothrow = true;
+  Feature* none = nullptr;
+  EXPECT_NO_THROW(none = first(GameWorld::Info()));
+  gFailNothrow = false;
+  EXPECT_EQ(none, nullptr);
+}
+
+TEST(RegistrationTest, AMapThatCannotBeMadeLeavesGorvUnregistered) {
+  FeatureRegistry::Map* saved = nullptr;
+  {
+    std::lock_guard<std::mutex> lock(FeatureRegistry::mMutex);
+    std::swap(saved, FeatureRegistry::classList);
+  }
+  LogCapture logs;
+  std::string error;
+  gFailNothrow = true;
+  bool loaded = PluginLoader::Load(CopyOfPlugin("libgorv-nomap.so"), &error);
+  gFailNothrow = false;
+  EXPECT_TRUE(loaded) << error;
+  EXPECT_EQ(FeatureRegistry::classList, nullptr);
+  EXPECT_EQ(logs.Messages(),
+            std::vector<std::string>{
+                "FeatureRegistry: Registry() N: getMap() returned nullptr, Class GORV not registered"});
+  std::lock_guard<std::mutex> lock(FeatureRegistry::mMutex);
+  FeatureRegistry::classList = saved;
+}
+
+}  // namespace
