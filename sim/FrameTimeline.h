@@ -1,0 +1,35 @@
+// A recorded frame timeline: the frame times of a game on a device, read
+// from a capture file. Three formats are recognised:
+//  - `dumpsys SurfaceFlinger --latency <layer>`: a refresh-period line, then
+//    rows of three ns timestamps (the second is the present time); rows of
+//    zeros or holding INT64_MAX are not frames; a warning line may come
+//    first and a device trailer may follow the rows;
+//  - `dumpsys gfxinfo <package> framestats`: CSV blocks between
+//    ---PROFILEDATA--- lines; the first block holding a frame is used, a
+//    frame's time is its FrameCompleted column; rows with Flags != 0 skipped;
+//  - a plain list of frame times in ns, one per line.
+// A UTF-8 byte-order mark is skipped.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+class FrameTimeline {
+ public:
+  // Reads `path`. On failure returns false and sets `error` (naming the
+  // file and, where it applies, the line).
+  static bool Load(const std::string& path, FrameTimeline* timeline, std::string* error);
+  // Parses capture text; `name` is used in error messages.
+  static bool Parse(const std::string& name, const std::string& text, FrameTimeline* timeline,
+                    std::string* error);
+
+  // Frames in (t - 1 s, t], with the first frame placed at 0 ns.
+  int FramesInSecondBefore(int64_t tNs) const;
+  const std::vector<int64_t>& frames() const { return mFrames; }  // ns from the first frame
+  const std::string& format() const { return mFormat; }
+
+ private:
+  std::vector<int64_t> mFrames;  // sorted
+  std::string mFormat;
+};

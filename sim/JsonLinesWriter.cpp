@@ -1,0 +1,52 @@
+#include "sim/JsonLinesWriter.h"
+
+#include <nlohmann/json.hpp>
+
+void JsonLinesWriter::Write(const RunResult& result, std::ostream& out) {
+  for (const SimEvent& event : result.events) {
+    if (event.IsEffect()) out << Line(event) << '\n';
+  }
+}
+
+std::string JsonLinesWriter::Line(const SimEvent& event) {
+  nlohmann::ordered_json line;
+  line["t"] = event.tMs;
+  switch (event.kind) {
+    case SimEvent::Kind::Node:
+      line["event"] = "node";
+      line["path"] = event.name;
+      line["value"] = event.text;
+      break;
+    case SimEvent::Kind::LockAcquire:
+      line["event"] = "perf_lock_acquire";
+      line["handle"] = event.handle;
+      line["resources"] = event.resources;
+      break;
+    case SimEvent::Kind::LockRelease:
+      line["event"] = "perf_lock_release";
+      line["handle"] = event.handle;
+      break;
+    case SimEvent::Kind::Log:
+      line["event"] = "log";
+      line["priority"] = event.priority;
+      line["tag"] = event.name;
+      line["message"] = event.text;
+      break;
+    case SimEvent::Kind::Counter:
+      line["event"] = "counter";
+      line["name"] = event.name;
+      line["value"] = event.value;
+      break;
+    case SimEvent::Kind::TraceSection:
+      line["event"] = "trace_section";
+      line["name"] = event.name;
+      break;
+    case SimEvent::Kind::Trigger:
+      line["event"] = "trigger";
+      line["id"] = event.value;
+      line["component"] = event.name;
+      line["value"] = event.triggerValue;
+      break;
+  }
+  return line.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+}

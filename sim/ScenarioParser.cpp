@@ -1,0 +1,243 @@
+#include "sim/ScenarioParser.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <sstream>
+
+namespace {
+
+// A cursor over one line's tokens.
+class LineReader {
+ public:
+  explicit LineReader(const std::string& line) : mLine(line) {}
+
+  bool Token(std::string* token) {
+    while (mPos < mLine.size() && mLine[mPos] == ' ') ++mPos;
+    size_t start = mPos;
+    while (mPos < mLine.size() && mLine[mPos] != ' ') ++mPos;
+    *token = mLine.substr(start, mPos - start);
+    return !token->empty();
+  }
+  // Everything after the one blank that follows the previous token.
+  std::string Rest() {
+    if (mPos < mLine.size()) ++mPos;
+    std::string rest = mLine.substr(mPos);
+    mPos = mLine.size();
+    return rest;
+  }
+  bool AtEnd() {
+    std::string extra;
+    return !Token(&extra);
+  }
+
+ private:
+  const std::string& mLine;
+  size_t mPos = 0;
+};
+
+bool ToInt(const std::string& text, long long min, long long max, long long* value) {
+  if (text.empty()) return false;
+  char* end = nullptr;
+  errno = 0;
+  long long parsed = std::strtoll(text.c_str(), &end, 10);
+  if (errno != 0 || *end != '\0' || parsed < min || parsed > max) return false;
+  *value = parsed;
+  return true;
+}
+
+bool ToFloat(const std::string& text, float* value) {
+  if (text.empty()) return false;
+  char* end = nullptr;
+  float parsed = std::strtof(text.c_str(), &end);
+  if (*end != '\0') return false;
+  *value = parsed;
+  return true;
+}
+
+constexpr long long kMaxTime = 1000LL * 60 * 60 * 24 * 365;  // a year of virtual time
+constexpr long long kInt32Max = 2147483647;
+constexpr long long kInt32Min = -2147483647 - 1;
+
+// Parses one directive; returns an empty string or what was expected.
+class DirectiveParser {
+ public:
+  DirectiveParser(const std::string& directory, Scenario* scenario)
+      : mDirectory(directory), mScenario(scenario) {}
+
+  std::string Parse(const std::string& line) {
+    LineReader reader(line);
+    std::string directive;
+    reader.Token(&directive);
+    using Handler = std::string (DirectiveParser::*)(LineReader&);
+    static const std::map<std::string, Handler> kHandlers = {
+        {"property", &DirectiveParser::Property}, {"app", &DirectiveParser::App},
+        {"ignore", &DirectiveParser::Ignore},     {"meter", &DirectiveParser::Meter},
+        {"meter-latency", &DirectiveParser::MeterLatency}, {"fps", &DirectiveParser::Fps},
+        {"frames", &DirectiveParser::Frames},     {"trigger", &DirectiveParser::Trigger},
+        {"fault", &DirectiveParser::Fault},       {"end", &DirectiveParser::End}};
+    auto handler = kHandlers.find(directive);
+    if (handler == kHandlers.end()) {
+      return "unknown directive '" + directive +
+             "'; expected property, app, ignore, meter, meter-latency, fps, frames, trigger, "
+             "fault or end";
+    }
+    return (this->*handler->second)(reader);
+  }
+
+ private:
+  bool Time(LineReader& reader, int64_t* atMs) {
+    std::string token;
+    long long value;
+    if (!reader.Token(&token) || !ToInt(token, 0, kMaxTime, &value)) return false;
+    *atMs = value;
+    mScenario->latestMs = std::max<int64_t>(mScenario->latestMs, value);
+    return true;
+  }
+
+  std::string Property(LineReader& reader) {
+    std::string name;
+    if (!reader.Token(&name)) return "expected 'property NAME VALUE'";
+    mScenario->properties.emplace_back(name, reader.Rest());
+    return "";
+  }
+
+  std::string App(LineReader& reader) {
+    const char* usage = "expected 'app PACKAGE CLASS PID' with integer CLASS and PID";
+    std::string package, appClass, pid;
+    long long classValue, pidValue;
+    if (!reader.Token(&package) || !reader.Token(&appClass) || !reader.Token(&pid) ||
+        !ToInt(appClass, kInt32Min, kInt32Max, &classValue) ||
+        !ToInt(pid, kInt32Min, kInt32Max, &pidValue) || !reader.AtEnd()) {
+      return usage;
+    }
+    mScenario->apps[package] = {static_cast<int>(classValue), static_cast<int>(pidValue)};
+    return "";
+  }
+
+  std::string Ignore(LineReader& reader) {
+    mScenario->ignoreList.push_back(reader.Rest());
+    return "";
+  }
+
+  std::string Meter(LineReader& reader) {
+    mScenario->meters.push_back(reader.Rest());
+    return "";
+  }
+
+  std::string MeterLatency(LineReader& reader) {
+    std::string token;
+    long long value;
+    if (!reader.Token(&token) || !ToInt(token, 1, 10000, &value) || !reader.AtEnd()) {
+      return "expected 'meter-latency MS' with MS from 1 to 10000";
+    }
+    mScenario->meterLatencyMs = static_cast<int>(value);
+    return "";
+  }
+
+  std::string Fps(LineReader& reader) {
+    int64_t at;
+    std::string token;
+    float fps;
+    if (!Time(reader, &at) || !reader.Token(&token) || !ToFloat(token, &fps) || !reader.AtEnd()) {
+      return "expected 'fps T VALUE' with T in ms (0 or more) and VALUE a decimal number";
+    }
+    mScenario->rates.push_back({at, fps, nullptr});
+    return "";
+  }
+
+  std::string Frames(LineReader& reader) {
+    int64_t at;
+    if (!Time(reader, &at)) return "expected 'frames T FILE' with T in ms (0 or more)";
+    std::string file = reader.Rest();
+    if (file.empty()) return "expected 'frames T FILE': FILE is missing";
+    auto timeline = std::make_shared<FrameTimeline>();
+    std::string path = (std::filesystem::path(mDirectory) / file).string();
+    std::string error;
+    if (!FrameTimeline::Load(path, timeline.get(), &error)) return error;
+    mScenario->rates.push_back({at, 0.0f, timeline});
+    return "";
+  }
+
+  std::string Trigger(LineReader& reader) {
+    const char* usage =
+        "expected 'trigger T ID COMPONENT [VALUE]' with T in ms (0 or more), integer ID and VALUE";
+    int64_t at;
+    std::string id, component, value;
+    long long idValue, triggerValue = 0;
+    if (!Time(reader, &at) || !reader.Token(&id) || !ToInt(id, kInt32Min, kInt32Max, &idValue) ||
+        !reader.Token(&component)) {
+      return usage;
+    }
+    if (reader.Token(&value) && (!ToInt(value, kInt32Min, kInt32Max, &triggerValue) || !reader.AtEnd())) {
+      return usage;
+    }
+    mScenario->triggers.push_back(
+        {at, static_cast<int>(idValue), component, static_cast<int>(triggerValue)});
+    return "";
+  }
+
+  std::string Fault(LineReader& reader) {
+    static const std::map<std::string, Scenario::FaultKind> kKinds = {
+        {"nodes-missing", Scenario::FaultKind::NodesMissing},
+        {"nodes-present", Scenario::FaultKind::NodesPresent},
+        {"perf-lock-fail", Scenario::FaultKind::PerfLockFail},
+        {"perf-lock-ok", Scenario::FaultKind::PerfLockOk}};
+    int64_t at;
+    std::string kind;
+    if (!Time(reader, &at) || !reader.Token(&kind) || !kKinds.count(kind) || !reader.AtEnd()) {
+      return "expected 'fault T KIND' with KIND nodes-missing, nodes-present, perf-lock-fail or "
+             "perf-lock-ok";
+    }
+    mScenario->faults.push_back({at, kKinds.at(kind)});
+    return "";
+  }
+
+  std::string End(LineReader& reader) {
+    int64_t at;
+    if (!Time(reader, &at) || !reader.AtEnd()) return "expected 'end T' with T in ms (0 or more)";
+    mScenario->endMs = at;
+    return "";
+  }
+
+  std::string mDirectory;
+  Scenario* mScenario;
+};
+
+}  // namespace
+
+bool ScenarioParser::Parse(const std::string& name, const std::string& directory,
+                           const std::string& text, Scenario* scenario, std::string* error) {
+  Scenario parsed;
+  parsed.name = name;
+  DirectiveParser parser(directory, &parsed);
+  std::istringstream in(text);
+  int number = 0;
+  for (std::string line; std::getline(in, line);) {
+    ++number;
+    if (!line.empty() && line.back() == '\r') line.pop_back();
+    size_t first = line.find_first_not_of(" \t");
+    if (first == std::string::npos || line[first] == '#') continue;
+    std::string expected = parser.Parse(line);
+    if (!expected.empty()) {
+      *error = name + ":" + std::to_string(number) + ": " + expected;
+      return false;
+    }
+  }
+  *scenario = std::move(parsed);
+  return true;
+}
+
+bool ScenarioParser::ParseFile(const std::string& path, Scenario* scenario, std::string* error) {
+  std::ifstream in(path, std::ios::binary);
+  if (!in) {
+    *error = path + ": cannot open the scenario";
+    return false;
+  }
+  std::ostringstream text;
+  text << in.rdbuf();
+  std::string directory = std::filesystem::path(path).parent_path().string();
+  return Parse(path, directory.empty() ? "." : directory, text.str(), scenario, error);
+}
