@@ -1,0 +1,87 @@
+// The learning-module framework's persistence layer over SQLite: one table
+// of rows "(intcol1 INTEGER, appName TEXT NOT null, rsvdName TEXT, blob
+// BLOB)". Rows are queued in memory (queueRow, any thread) and written to
+// disk in one transaction per flush (LMDatabaseWriteCachedToDisk) and once
+// more when the object is destroyed.
+//
+// Guarantees: a flush lands whole or not at all (one transaction; an on-disk
+// database uses WAL, so a crash or a full disk never leaves a half-written
+// flush or a corrupt file). Rows queued while a flush runs are written by
+// that flush or the next one. Not guaranteed: rows queued while the
+// destructor's final flush runs are reported and dropped; a row whose write
+// fails (a constraint, an I/O error) is logged and not retried.
+//
+// Threads: queueRow may be called from any thread at any time; the cache is
+// guarded by mCacheMutex, which is never held during SQLite calls. Everything
+// else (init, flush, close, destruction) must come from one owner, one call
+// at a time: the connection and statements have no lock.
+#pragma once
+
+#include <sqlite3.h>
+
+#include <cstddef>
+#include <list>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "db/AppState.h"
+#include "db/LMDBDataRowKey.h"
+
+template <typename Row>
+class LMDatabase;
+
+template <>
+class LMDatabase<AppState> {
+ public:
+  // The database is `dbDir` followed directly by `dbFile` (`dbDir` carries
+  // its own trailing slash); an empty `dbFile` means an in-memory database.
+  LMDatabase(std::string tableName, std::string dbDir, std::string dbFile);
+  // Flushes, closes, and reports (then drops) rows queued after the flush.
+  ~LMDatabase();
+
+  LMDatabase(const LMDatabase&) = delete;
+  LMDatabase& operator=(const LMDatabase&) = delete;
+
+  // Opens the database and creates the table. 0 or -1.
+  int LMDatabaseInit();
+  int openLMdb();
+  // Closes the connection (mDb keeps its stale value). 0 or -1.
+  int closeLMdb();
+  // Writes and empties the row cache in one transaction. 0, or -1 when the
+  // statements could not be prepared or finalized.
+  int LMDatabaseWriteCachedToDisk();
+  int writeCachedDRToDisk();
+
+  // Queues `row` for the next flush; the database owns it from now on. Any
+  // thread.
+  void queueRow(std::unique_ptr<AppState> row);
+
+  // Appends "WHERE (names) = (values) " for the set fields of `key` to
+  // `query` (nothing when none is set). Text is copied UNESCAPED, quotes
+  // included: never give it untrusted text.
+  void build_query_for_where_clause(LMDBDataRowKey& key, std::string& query);
+
+  // Copies min(dstSize, srcSize) bytes and returns that count.
+  static size_t LMDB_memscpy(void* dst, size_t dstSize, const void* src, size_t srcSize);
+
+  // Rows waiting for a flush. Any thread.
+  size_t cachedRows();
+
+ private:
+  std::string databaseName() const;
+  int createLMdbTables();
+  // Moves the oldest cached row to the end of `written`; false when the
+  // cache is empty.
+  bool takeRow(std::list<AppState*>& written);
+  void bindRow(sqlite3_stmt* statement, AppState& row);
+  void logStepError(int code);
+  void execOrLog(const char* sql);
+
+  std::list<AppState*> mRowCache;  // guarded by mCacheMutex; owned rows
+  std::mutex mCacheMutex;
+  std::string mTableName;
+  sqlite3* mDb = nullptr;
+  std::string mDbDir;
+  std::string mDbFile;
+};
