@@ -68,6 +68,11 @@ class LMDatabase<AppState> {
   // Rows waiting for a flush. Any thread.
   size_t cachedRows();
 
+  // The connection, for the owner's own queries (e.g. a SELECT with a
+  // clause from build_query_for_where_clause); null before openLMdb. Same
+  // single-owner rule as the flush.
+  sqlite3* connection() const { return mDb; }
+
  private:
   std::string databaseName() const;
   int createLMdbTables();
