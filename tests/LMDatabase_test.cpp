@@ -53,9 +53,15 @@ Lines Select(sqlite3* db, const std::string& table) {
 // Records the statements the connection runs.
 class StatementTrace {
  public:
-  explicit StatementTrace(sqlite3* db) {
+  explicit StatementTrace(sqlite3* db) : mDb(db) {
     sqlite3_trace_v2(db, SQLITE_TRACE_STMT, &StatementTrace::OnStatement, this);
   }
+  // Stops recording when the trace goes away before the connection.
+  ~StatementTrace() {
+    if (mDb != nullptr) sqlite3_trace_v2(mDb, 0, nullptr, nullptr);
+  }
+  // The connection was closed: nothing to detach from.
+  void Forget() { mDb = nullptr; }
   static int OnStatement(unsigned, void* self, void* statement, void*) {
     auto* trace = static_cast<StatementTrace*>(self);
     std::string sql = sqlite3_sql(static_cast<sqlite3_stmt*>(statement));
@@ -65,6 +71,9 @@ class StatementTrace {
   }
   Lines statements;
   std::function<void(const std::string&)> onStatement;
+
+ private:
+  sqlite3* mDb;
 };
 
 class LMDatabaseTest : public ::testing::Test {
@@ -187,6 +196,7 @@ TEST_F(LMDatabaseTest, DestructionFlushesAndReportsRowsQueuedDuringThatFlush) {
       if (sql == "COMMIT TRANSACTION;") db->queueRow(Row(0, 2, "too.late"));
     };
     delete db;
+    trace.Forget();
   }
   EXPECT_EQ(logs.Messages(),
             Lines{"LMDB: ~LMDBDataTable() N: ERROR:Dbt=apps blstSz=0, clstSz=1\n"});
