@@ -65,6 +65,7 @@ GorvAction::GorvAction(GorvFeature& feature)
 GorvAction::~GorvAction() {
   if (mPerfHandle >= 1) releaseLock();
   mFPSList.clear();
+  mSpareNodes.clear();
 }
 
 void GorvAction::analyseProfiles(void* /*unused*/) {
@@ -94,7 +95,7 @@ void GorvAction::UpdateFPSData(float fps) {
   if (fps <= 0.0f || mDataManager == nullptr) return;
   try {
     gorv::CheckedAdd(mFPSList.size(), size_t{1});
-    mFPSList.push_back(fps);
+    appendSample(fps);
   } catch (const std::exception& e) {
     GORV_LOG(kTag, "UpdateFPSData", "Data Update, ap- exception %s\n", e.what());
     return;
@@ -102,7 +103,9 @@ void GorvAction::UpdateFPSData(float fps) {
     return;
   }
   traceCounter("mFPSList", fps);
-  if (mFPSList.size() > kHistorySize) mFPSList.pop_front();
+  if (mFPSList.size() > kHistorySize) {
+    mSpareNodes.splice(mSpareNodes.end(), mFPSList, mFPSList.begin());  // drop the oldest
+  }
 
   if (mGameFps != 0.0f && std::fabs(historyMax() - mGameFps) <= kChangeBand) {
     traceCounter("Game FPS", mGameFps);
@@ -159,9 +162,18 @@ void GorvAction::removeAction(int handle) {
 }
 
 void GorvAction::reset() {
-  mFPSList.clear();
+  mSpareNodes.splice(mSpareNodes.end(), mFPSList);  // empties the history
   mGameFps = 0.0f;
   if (mPerfHandle >= 1) releaseLock();
+}
+
+void GorvAction::appendSample(float fps) {
+  if (mSpareNodes.empty()) {
+    mFPSList.push_back(fps);
+    return;
+  }
+  mSpareNodes.front() = fps;
+  mFPSList.splice(mFPSList.end(), mSpareNodes, mSpareNodes.begin());
 }
 
 float GorvAction::historyMax() const {

@@ -64,10 +64,15 @@ class GorvAction {
   int32_t mPerfHandle;            // held lock, or -1
 
  private:
+  // Appends to the history, reusing a spare node when there is one.
+  void appendSample(float fps);
   float historyMax() const;
   void acquireLock();
   void releaseLock();
   void traceCounter(const char* name, float value);
 
   std::vector<float> mAverages;  // output of the frame-rate reduction
+  // Nodes that left the history, kept for reuse: a running session then
+  // moves list nodes instead of allocating them.
+  std::list<float> mSpareNodes;
 };

@@ -29,6 +29,7 @@ void HostEnv::Reset() {
   mNextPerfHandle = 1;
   mHeldPerfLocks.clear();
   mAlwaysTagEnabled = true;
+  mRecordEvents = true;
   mEvents.clear();
   mListeners.clear();
   const char* root = std::getenv("GORV_SYSFS_ROOT");
@@ -165,7 +166,8 @@ void HostEnv::Record(HostEvent event) {
   {
     std::lock_guard<std::mutex> lock(mMutex);
     event.timeNs = nowLocked().time_since_epoch().count();
-    mEvents.push_back(event);
+    if (mRecordEvents) mEvents.push_back(event);
+    if (mListeners.empty()) return;
     for (const auto& entry : mListeners) listeners.push_back(entry.second);
   }
   for (const Listener& listener : listeners) listener(event);
@@ -194,6 +196,11 @@ std::vector<HostEvent> HostEnv::TraceEvents() const {
 }
 
 std::vector<HostEvent> HostEnv::NodeWrites() const { return eventsOf({HostEvent::Kind::NodeWrite}); }
+
+void HostEnv::SetRecordEvents(bool record) {
+  std::lock_guard<std::mutex> lock(mMutex);
+  mRecordEvents = record;
+}
 
 void HostEnv::ClearEvents() {
   std::lock_guard<std::mutex> lock(mMutex);

@@ -69,6 +69,9 @@ class HostEnv : public Env {
   std::string SysfsRoot() const;
   std::vector<HostEvent> NodeWrites() const;
 
+  // Whether effects are kept for Events() (listeners are told either way);
+  // benchmarks switch it off so that long runs do not grow the record.
+  void SetRecordEvents(bool record);
   // Every effect, in order.
   std::vector<HostEvent> Events() const;
   void ClearEvents();
@@ -107,6 +110,7 @@ class HostEnv : public Env {
   std::vector<int32_t> mHeldPerfLocks;                  // guarded by mMutex
   bool mAlwaysTagEnabled = true;                        // guarded by mMutex
   std::string mSysfsRoot;                               // guarded by mMutex
+  bool mRecordEvents = true;                            // guarded by mMutex
   std::vector<HostEvent> mEvents;                       // guarded by mMutex
   std::vector<std::pair<int, Listener>> mListeners;     // guarded by mMutex
   int mNextListenerId = 1;                              // guarded by mMutex
