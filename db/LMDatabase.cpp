@@ -136,16 +136,8 @@ int LMDatabase<AppState>::writeCachedDRToDisk() {
     // Rows are bound without copies, so every row taken stays alive until
     // all of them have been stepped.
     std::list<AppState*> written;
-    while (takeRow(written)) {
-      AppState* row = written.back();
-      sqlite3_stmt* statement = row->rowid != 0 ? update : insert;
-      bindRow(statement, *row);
-      int rc = sqlite3_step(statement);
-      if (rc != SQLITE_DONE) logStepError(rc);
-      // Bindings are not cleared: a skipped parameter keeps the value this
-      // statement was last bound with.
-      rc = sqlite3_reset(statement);
-      if (rc != 0) logStepError(rc);
+    for (auto next = written.end(); takeRows(written, &next);) {
+      for (; next != written.end(); ++next) writeRow(**next, insert, update);
     }
     for (AppState* row : written) delete row;
 
@@ -172,12 +164,26 @@ int LMDatabase<AppState>::writeCachedDRToDisk() {
   return 0;
 }
 
-bool LMDatabase<AppState>::takeRow(std::list<AppState*>& written) {
+bool LMDatabase<AppState>::takeRows(std::list<AppState*>& written,
+                                    std::list<AppState*>::iterator* first) {
   std::lock_guard<std::mutex> lock(mCacheMutex);
   if (mRowCache.empty()) return false;
-  // Moves the list node itself: nothing is allocated, nothing can be lost.
-  written.splice(written.end(), mRowCache, mRowCache.begin());
+  // Moves the list nodes themselves: nothing is allocated, nothing can be
+  // lost, and the lock is held for a moment however many rows wait.
+  *first = mRowCache.begin();
+  written.splice(written.end(), mRowCache);
   return true;
+}
+
+void LMDatabase<AppState>::writeRow(AppState& row, sqlite3_stmt* insert, sqlite3_stmt* update) {
+  sqlite3_stmt* statement = row.rowid != 0 ? update : insert;
+  bindRow(statement, row);
+  int rc = sqlite3_step(statement);
+  if (rc != SQLITE_DONE) logStepError(rc);
+  // Bindings are not cleared: a skipped parameter keeps the value this
+  // statement was last bound with.
+  rc = sqlite3_reset(statement);
+  if (rc != 0) logStepError(rc);
 }
 
 void LMDatabase<AppState>::bindRow(sqlite3_stmt* statement, AppState& row) {

@@ -12,7 +12,9 @@
 // fails (a constraint, an I/O error) is logged and not retried.
 //
 // Threads: queueRow may be called from any thread at any time; the cache is
-// guarded by mCacheMutex, which is never held during SQLite calls. Everything
+// guarded by mCacheMutex, which is never held during SQLite calls (a flush
+// takes the waiting rows out under it, writes them, and looks again until it
+// finds the cache empty). Everything
 // else (init, flush, close, destruction) must come from one owner, one call
 // at a time: the connection and statements have no lock.
 #pragma once
@@ -76,9 +78,10 @@ class LMDatabase<AppState> {
  private:
   std::string databaseName() const;
   int createLMdbTables();
-  // Moves the oldest cached row to the end of `written`; false when the
-  // cache is empty.
-  bool takeRow(std::list<AppState*>& written);
+  // Moves the cached rows, oldest first, to the end of `written` and points
+  // `first` at the first of them; false when the cache is empty.
+  bool takeRows(std::list<AppState*>& written, std::list<AppState*>::iterator* first);
+  void writeRow(AppState& row, sqlite3_stmt* insert, sqlite3_stmt* update);
   void bindRow(sqlite3_stmt* statement, AppState& row);
   void logStepError(int code);
   void execOrLog(const char* sql);
