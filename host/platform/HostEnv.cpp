@@ -83,7 +83,11 @@ std::string HostEnv::PerfGetProp(const char* key, const char* defaultValue) {
 int HostEnv::PerfLockAcqRel(int /*handle*/, int /*durationMs*/, int* list, int numArgs,
                             int /*reserved*/) {
   HostEvent event{HostEvent::Kind::PerfLockAcquire, "", "", 0, -1, {}, 0};
-  if (list != nullptr && numArgs > 0) event.resources.assign(list, list + numArgs);
+  try {
+    if (list != nullptr && numArgs > 0) event.resources.assign(list, list + numArgs);
+  } catch (...) {
+    // Only the record of the request is incomplete.
+  }
   {
     std::lock_guard<std::mutex> lock(mMutex);
     if (mPerfLockFailing) {
@@ -134,14 +138,20 @@ void HostEnv::SetTraceAlwaysTagEnabled(bool enabled) {
 }
 
 void HostEnv::TraceInt(const char* name, int32_t value) {
-  Record(HostEvent{HostEvent::Kind::TraceCounter, name, "", value, -1, {}, 0});
+  RecordTrace(HostEvent::Kind::TraceCounter, name, value);
 }
 
-void HostEnv::TraceBegin(const char* name) {
-  Record(HostEvent{HostEvent::Kind::TraceBegin, name, "", 0, -1, {}, 0});
-}
+void HostEnv::TraceBegin(const char* name) { RecordTrace(HostEvent::Kind::TraceBegin, name, 0); }
 
-void HostEnv::TraceEnd() { Record(HostEvent{HostEvent::Kind::TraceEnd, "", "", 0, -1, {}, 0}); }
+void HostEnv::TraceEnd() { RecordTrace(HostEvent::Kind::TraceEnd, "", 0); }
+
+void HostEnv::RecordTrace(HostEvent::Kind kind, const char* name, int64_t value) {
+  try {
+    Record(HostEvent{kind, name, "", value, -1, {}, 0});
+  } catch (...) {
+    // As Record: the trace call itself never fails.
+  }
+}
 
 void HostEnv::SetSysfsRoot(const std::string& root) {
   std::lock_guard<std::mutex> lock(mMutex);
@@ -162,15 +172,20 @@ void HostEnv::RecordNodeWrite(const std::string& path, const std::string& text) 
 }
 
 void HostEnv::Record(HostEvent event) {
-  std::vector<Listener> listeners;
-  {
-    std::lock_guard<std::mutex> lock(mMutex);
-    event.timeNs = nowLocked().time_since_epoch().count();
-    if (mRecordEvents) mEvents.push_back(event);
-    if (mListeners.empty()) return;
-    for (const auto& entry : mListeners) listeners.push_back(entry.second);
+  // Stands in for C calls that cannot throw: out of memory, the record of
+  // the effect is lost, never the caller's flow.
+  try {
+    std::vector<Listener> listeners;
+    {
+      std::lock_guard<std::mutex> lock(mMutex);
+      event.timeNs = nowLocked().time_since_epoch().count();
+      if (mRecordEvents) mEvents.push_back(event);
+      if (mListeners.empty()) return;
+      for (const auto& entry : mListeners) listeners.push_back(entry.second);
+    }
+    for (const Listener& listener : listeners) listener(event);
+  } catch (...) {
   }
-  for (const Listener& listener : listeners) listener(event);
 }
 
 std::vector<HostEvent> HostEnv::Events() const {

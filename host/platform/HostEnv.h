@@ -97,7 +97,9 @@ class HostEnv : public Env {
 
  private:
   HostEnv();
+  // Never throws: these stand in for C calls.
   void Record(HostEvent event);
+  void RecordTrace(HostEvent::Kind kind, const char* name, int64_t value);
   std::chrono::steady_clock::time_point nowLocked() const;
   std::vector<HostEvent> eventsOf(std::initializer_list<HostEvent::Kind> kinds) const;
 

@@ -20,7 +20,11 @@ HostNodeFile::HostNodeFile(HostEnv& env, std::string nodePath)
 
 HostNodeFile::~HostNodeFile() {
   mStream.close();
-  if (!mStream.fail()) mEnv.RecordNodeWrite(mNodePath, mWritten);
+  try {
+    if (!mStream.fail()) mEnv.RecordNodeWrite(mNodePath, mWritten);
+  } catch (...) {
+    // The write happened; only its record is lost (out of memory).
+  }
 }
 
 void HostNodeFile::Write(const std::string& text) {

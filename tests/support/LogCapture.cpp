@@ -13,7 +13,12 @@ void CaptureLine(int priority, const char* tag, const char* message) {
   LogCapture* capture = gActive.load();
   if (capture == nullptr) return;
   std::lock_guard<std::mutex> lock(capture->mMutex);
-  capture->mLines.push_back({priority, tag ? tag : "", message ? message : ""});
+  try {
+    capture->mLines.push_back({priority, tag ? tag : "", message ? message : ""});
+  } catch (...) {
+    // A logger must never throw into liblog; a line lost to a failed
+    // allocation is lost.
+  }
 }
 
 namespace {

@@ -1,0 +1,145 @@
+// Running out of memory at every point of a game session: the Nth heap
+// allocation fails (std::bad_alloc, or null for the non-throwing form), for
+// every N up to the number the session makes. The plug-in must neither crash
+// nor let an exception reach the framework, must leak nothing (checked by
+// LeakSanitizer in the asan build) and must hold no lock once the feature is
+// gone.
+#include <android-base/properties.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <memory>
+#include <new>
+#include <vector>
+
+#include "feature/GorvFeature.h"
+#include "host/framework/HostLocator.h"
+#include "host/framework/HostProcesses.h"
+#include "host/framework/MeterService.h"
+#include "meter/GorvMetaMeter.h"
+#include "host/platform/HostEnv.h"
+#include "tests/support/LogCapture.h"
+#include "tests/support/TempSysfsRoot.h"
+
+namespace {
+// Counted allocations since Arm(); the one numbered gFailAt fails.
+std::atomic<bool> gCounting{false};
+std::atomic<long> gCount{0};
+std::atomic<long> gFailAt{0};
+
+bool ShouldFail() {
+  if (!gCounting.load(std::memory_order_relaxed)) return false;
+  return ++gCount == gFailAt.load(std::memory_order_relaxed);
+}
+void* Allocate(std::size_t size) { return std::malloc(size == 0 ? 1 : size); }
+}  // namespace
+
+void* operator new(std::size_t size) {
+  if (ShouldFail()) throw std::bad_alloc();
+  if (void* p = Allocate(size)) return p;
+  throw std::bad_alloc();
+}
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+  return ShouldFail() ? nullptr : Allocate(size);
+}
+void operator delete(void* p) noexcept { std::free(p); }
+void operator delete(void* p, std::size_t) noexcept { std::free(p); }
+void operator delete(void* p, const std::nothrow_t&) noexcept { std::free(p); }
+
+namespace {
+
+AsyncTriggerPayload Trigger(int id, int value = 0) {
+  AsyncTriggerPayload payload;
+  payload.triggerId = id;
+  payload.component = "com.example.game/.Main";
+  payload.triggerValue = value;
+  return payload;
+}
+
+// Starting meters only counts: the framework's own allocations are not
+// under test.
+class CountingMeterService : public MeterService {
+ public:
+  void Start(MetaMeter&) override { ++starts; }
+  long starts = 0;
+};
+
+// Runs `call` into the plug-in with allocation failures armed; everything
+// the test itself allocates happens outside.
+template <typename Call>
+void InPlugin(Call call) {
+  gCounting = true;
+  call();
+  gCounting = false;
+}
+
+// A whole session: construction, start, rounds with readings, a hint, a
+// vendor disable and enable, stop, destruction. Returns the number of
+// allocations the plug-in made.
+long Session(long failAt) {
+  const FeatureInfo info{"GORV", {}, {}, {}, {}, {{"Fps", {}}}, ""};
+  const std::atomic<bool> running{true};
+  FpsMeter reading("Fps", 60.0f);
+  gCount = 0;
+  gFailAt = failAt;
+  std::unique_ptr<GorvFeature> feature;
+  InPlugin([&] {
+    try {
+      feature.reset(new GorvFeature(info));
+    } catch (const std::bad_alloc&) {
+      // What the framework's factory caller sees; nothing was built.
+    }
+  });
+  if (!feature) return gCount;
+  auto round = [&] {
+    gorv::HostEnv::Get().AdvanceClock(std::chrono::milliseconds(200));
+    InPlugin([&] { feature->runAsyncPeriodic(running); });
+    if (feature->metaMeter == nullptr) return;  // no meters without a meta meter
+    std::vector<Meter*> meters = {&reading};
+    InPlugin([&] { feature->metaMeter->writeToDataBase(std::move(meters)); });
+  };
+  auto trigger = [&](AsyncTriggerPayload payload) {
+    InPlugin([&] { feature->runAsync(std::move(payload)); });
+  };
+  trigger(Trigger(GorvFeature::kTriggerStart));
+  for (int i = 0; i < 10; ++i) round();
+  trigger(Trigger(GorvFeature::kTriggerFpsHint, 45));
+  round();
+  trigger(Trigger(GorvFeature::kTriggerVendorHintDisable, 1));
+  round();
+  trigger(Trigger(GorvFeature::kTriggerVendorHintDisable, 0));
+  for (int i = 0; i < 3; ++i) round();
+  trigger(Trigger(GorvFeature::kTriggerStop));
+  round();
+  InPlugin([&] { feature.reset(); });
+  return gCount;
+}
+
+TEST(AllocationFailureTest, EveryAllocationOfASessionMayFail) {
+  gorv::HostEnv::Get().Reset();
+  gorv::HostEnv::Get().SetRecordEvents(false);
+  TempSysfsRoot sysfs;
+  android::base::SetProperty("ro.vendor.perf.gorv", "true");
+  android::base::SetProperty("vendor.debug.trace.gorv", "1");
+  HostLocator::Get().Clear();
+  HostLocator::Get().SetClass("com.example.game", 2);
+  HostProcesses::Get().UseTable({{"com.example.game", 4242}});
+  LogCapture logs;
+
+  CountingMeterService meters;
+  MeterService::Install(&meters);
+  gorv::HostEnv::Get().UseVirtualClock();
+  long allocations = Session(0);
+  ASSERT_GT(allocations, 20);
+  const char* only = std::getenv("GORV_FAIL_AT");  // to look at one point by hand
+  for (long n = only ? std::atol(only) : 1; n <= allocations; ++n) {
+    ASSERT_NO_THROW(Session(n)) << "failing allocation " << n;
+    ASSERT_TRUE(gorv::HostEnv::Get().HeldPerfLocks().empty()) << "failing allocation " << n;
+  }
+  MeterService::Install(nullptr);
+  RecordProperty("allocation_points", static_cast<int>(allocations));
+  std::printf("allocation points tried: %ld\n", allocations);
+}
+
+}  // namespace
