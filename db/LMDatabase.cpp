@@ -209,8 +209,9 @@ void LMDatabase<AppState>::bindRow(sqlite3_stmt* statement, AppState& row) {
 
 void LMDatabase<AppState>::queueRow(std::unique_ptr<AppState> row) {
   std::lock_guard<std::mutex> lock(mCacheMutex);
-  mRowCache.push_back(row.get());
-  row.release();
+  // The list takes ownership only once push_back has succeeded.
+  mRowCache.push_back(row.get());  // cppcheck-suppress danglingLifetime
+  static_cast<void>(row.release());
 }
 
 size_t LMDatabase<AppState>::cachedRows() {

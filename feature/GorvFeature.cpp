@@ -3,6 +3,7 @@
 #include <exception>
 #include <memory>
 #include <new>
+#include <utility>
 
 #include "action/GorvAction.h"
 #include "data/GorvDataManager.h"
@@ -18,7 +19,7 @@ constexpr const char* kTag = "GORV_FEATURE";
 }  // namespace
 
 GorvFeature::GorvFeature(FeatureInfo info)
-    : Feature(info),
+    : Feature(std::move(info)),
       mTraceEnabled(false),
       mFpsHintApplied(false),
       mDataManager(nullptr),

@@ -30,7 +30,9 @@ std::string Escape(const std::string& text) {
 class Frame {
  public:
   Frame(int64_t endMs, double maxFps) : mEndMs(std::max<int64_t>(endMs, 1)), mMaxFps(maxFps) {}
-  double X(int64_t ms) const { return kLeft + (kRight - kLeft) * static_cast<double>(ms) / mEndMs; }
+  double X(int64_t ms) const {
+    return kLeft + (kRight - kLeft) * static_cast<double>(ms) / static_cast<double>(mEndMs);
+  }
   double Y(double fps) const {
     double clamped = std::isfinite(fps) ? std::clamp(fps, 0.0, mMaxFps) : 0.0;
     return kBottom - (kBottom - kTop) * clamped / mMaxFps;
@@ -64,7 +66,7 @@ void Axes(const Frame& frame, std::ostream& out) {
     double x = frame.X(ms);
     out << "<line x1=\"" << x << "\" y1=\"" << kBottom << "\" x2=\"" << x << "\" y2=\""
         << kBottom + 5 << "\" stroke=\"#333\"/>\n<text x=\"" << x << "\" y=\"" << kBottom + 20
-        << "\" text-anchor=\"middle\">" << ms / 1000.0 << "</text>\n";
+        << "\" text-anchor=\"middle\">" << static_cast<double>(ms) / 1000.0 << "</text>\n";
   }
   out << "<rect x=\"" << kLeft << "\" y=\"" << kTop << "\" width=\"" << kRight - kLeft
       << "\" height=\"" << kBottom - kTop << "\" fill=\"none\" stroke=\"#333\"/>\n"

@@ -9,6 +9,7 @@
 #include <CLI/CLI.hpp>
 
 #include <cstdlib>
+#include <exception>
 #include <fstream>
 #include <functional>
 #include <iostream>
@@ -35,9 +36,7 @@ bool WriteReport(const std::string& path, const RunResult& result,
   return bool(out);
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int Run(int argc, char** argv) {
   CLI::App app{"gorv-sim: replays a game session through libgorv.so in the host framework"};
   std::string scenarioPath, eventsPath, tracePath, plotPath;
   bool realtime = false;
@@ -82,4 +81,18 @@ int main(int argc, char** argv) {
     TimelinePrinter::Print(result, std::cout);
   }
   return ok ? 0 : 1;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  // Out of memory or a failed stream is reported like any other failure to run.
+  try {
+    return Run(argc, argv);
+  } catch (const std::exception& e) {
+    std::cerr << "gorv-sim: " << e.what() << "\n";
+  } catch (...) {
+    std::cerr << "gorv-sim: unknown error\n";
+  }
+  return 1;
 }

@@ -86,7 +86,7 @@ long Session(long failAt) {
   std::unique_ptr<GorvFeature> feature;
   InPlugin([&] {
     try {
-      feature.reset(new GorvFeature(info));
+      feature = std::make_unique<GorvFeature>(info);
     } catch (const std::bad_alloc&) {
       // What the framework's factory caller sees; nothing was built.
     }

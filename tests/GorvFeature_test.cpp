@@ -154,9 +154,9 @@ TEST_F(GorvFeatureTest, AThrowingTaskSkipsTheRestOfTheRoundResetsAndLogs) {
   feature->mAction->applyAction();
   std::vector<std::string> ran;
   std::vector<TimeKeeper>& timers = feature->mIntervalsCounter->mTimeKeepers;
-  timers[0].mTask = [&ran](void*) { ran.push_back("first"); };
+  timers[0].mTask = [&ran](void*) { ran.emplace_back("first"); };
   timers[1].mTask = [](void*) { throw std::runtime_error("boom"); };
-  timers[2] = TimeKeeper(200, 200, [&ran](void*) { ran.push_back("third"); }, timers[2].mName, {});
+  timers[2] = TimeKeeper(200, 200, [&ran](void*) { ran.emplace_back("third"); }, timers[2].mName, {});
 
   LogCapture logs;
   HostEnv::Get().AdvanceClock(std::chrono::milliseconds(400));

@@ -2,7 +2,7 @@
 // injected through a VFS (as SQLite's own tests do), processes killed in the
 // middle of flushes, and producers queuing while another thread flushes.
 #include <gtest/gtest.h>
-#include <signal.h>
+#include <signal.h>  // NOLINT(modernize-deprecated-headers): POSIX kill()
 #include <sqlite3.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -200,6 +200,7 @@ TEST_F(LMDatabaseFaultsTest, RowsQueuedWhileFlushingAreWrittenExactlyOnce) {
   ASSERT_EQ(db.LMDatabaseInit(), 0);
   std::atomic<int> running{kProducers};
   std::vector<std::thread> producers;
+  producers.reserve(kProducers);
   for (int p = 0; p < kProducers; ++p) {
     producers.emplace_back([&db, &running, p] {
       QueueBatch(db, "producer" + std::to_string(p), kRows);

@@ -42,6 +42,8 @@ int HostProcesses::PidOf(const std::string& package) {
 int HostProcesses::ScanProc(const std::string& procRoot, const std::string& package) {
   std::unique_ptr<DIR, int (*)(DIR*)> dir(opendir(procRoot.c_str()), closedir);
   if (!dir || package.empty()) return -1;
+  // readdir is safe on a stream of one's own; readdir_r is the deprecated one.
+  // cppcheck-suppress readdirCalled
   while (dirent* entry = readdir(dir.get())) {
     std::string name = entry->d_name;
     if (name.empty() || !std::isdigit(static_cast<unsigned char>(name[0]))) continue;

@@ -6,10 +6,13 @@
 #include "platform/android/AndroidNodeFile.h"
 #include "platform/android/PerfClient.h"
 
-// Declared by cutils/trace.h inside inline functions only.
+// Declared by cutils/trace.h inside inline functions only, so not visible
+// here (which clang-tidy does not see).
+// NOLINTBEGIN(readability-redundant-declaration)
 extern "C" void atrace_begin_body(const char* name);
 extern "C" void atrace_end_body();
 extern "C" void atrace_int_body(const char* name, int32_t value);
+// NOLINTEND(readability-redundant-declaration)
 
 namespace gorv {
 

@@ -257,6 +257,7 @@ TEST_F(GameSessionTest, FailuresAroundTheSessionAreLoggedAndSurvived) {
   EXPECT_EQ(logs->Messages(),
             (Lines{kInitialized, "GORV_FEATURE: isGame() N: isGame- exception classifier unavailable\n",
                    "GORV_FEATURE: isGame() N: isGame-  execution exception\n ",
+                   // NOLINTNEXTLINE(bugprone-suspicious-missing-comma): one line in two parts
                    "GORV_FEATURE: updateSysNodes() N: Unable to open "
                    "/sys/kernel/sched_penalty/parameters/target_pid file",
                    "GORV_FEATURE: runAsyncPeriodic() N: runAsyncPeriodic- exception meter service "

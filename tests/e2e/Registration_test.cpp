@@ -15,6 +15,7 @@
 // The tests load a second copy of libgorv.so on purpose; its globals are
 // the same definitions at other addresses, which is what AddressSanitizer's
 // one-definition check would report.
+// NOLINTNEXTLINE(bugprone-reserved-identifier): the name AddressSanitizer looks up
 extern "C" const char* __asan_default_options() { return "detect_odr_violation=0"; }
 
 namespace {
@@ -35,7 +36,8 @@ void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
 
 namespace {
 
-Feature* OtherFactory(FeatureInfo) { return nullptr; }
+// The registry's factory signature takes the record by value.
+Feature* OtherFactory(FeatureInfo) { return nullptr; }  // NOLINT(performance-unnecessary-value-param)
 
 // A second copy of the library under another path: the loader maps it as a
 // library of its own, so its registration runs again, as when two plug-ins
