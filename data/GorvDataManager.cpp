@@ -87,7 +87,8 @@ void GorvDataManager::reset() {
 void GorvDataManager::prepareMeter(void* name) {
   if (name == nullptr) return;
   // The name ends at its first NUL, whatever the string holds after it.
-  std::string meter = static_cast<std::string*>(name)->c_str();  // NOLINT(readability-redundant-string-cstr)
+  // NOLINTNEXTLINE(readability-redundant-string-cstr)
+  std::string meter = static_cast<std::string*>(name)->c_str();
   auto found = mMeterRequests.find(meter);
   if (found == mMeterRequests.end()) return;
   found->second.store(true);
@@ -122,8 +123,8 @@ int GorvDataManager::getFPS(void* out, int interval, int duration) {
   for (float sample : mFpsQueue) sum += static_cast<double>(sample);
   // The divisor is the number of samples the duration should hold, not the
   // number queued.
-  result.push_back(static_cast<float>(
-      sum / static_cast<double>(duration / interval)));  // NOLINT(bugprone-integer-division): truncating on purpose
+  // NOLINTNEXTLINE(bugprone-integer-division): the divisor truncates on purpose
+  result.push_back(static_cast<float>(sum / static_cast<double>(duration / interval)));
   return 0;
 }
 

@@ -37,7 +37,8 @@ void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
 namespace {
 
 // The registry's factory signature takes the record by value.
-Feature* OtherFactory(FeatureInfo) { return nullptr; }  // NOLINT(performance-unnecessary-value-param)
+// NOLINTNEXTLINE(performance-unnecessary-value-param)
+Feature* OtherFactory(FeatureInfo) { return nullptr; }
 
 // A second copy of the library under another path: the loader maps it as a
 // library of its own, so its registration runs again, as when two plug-ins
