@@ -1,0 +1,150 @@
+// A game session with the feature the framework gets when one of its
+// non-throwing allocations fails: the Nth `new (std::nothrow)` returns null,
+// for every N up to the number a whole session makes (the factory's feature,
+// then the meta meter, the intervals counter, the data manager and the
+// action; nothing after construction allocates that way). The feature is
+// created through the class registry, driven by the stepped runner through a
+// start, an fps hint, a vendor disable and enable, a periodic call and a
+// stop, then destroyed. Each N leaves exactly the feature that construction
+// describes: no feature, an inert one, or one without an action that starts
+// sessions but refuses periodic work. LeakSanitizer (asan build) checks that
+// the parts built before the failure are freed with the feature.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <memory>
+#include <new>
+#include <string>
+#include <vector>
+
+#include "host/framework/PluginLoader.h"
+#include "host/framework/SteppedRunner.h"
+#include "host/platform/HostEnv.h"
+#include "tests/support/GameWorld.h"
+#include "tests/support/LogCapture.h"
+
+namespace {
+
+// The Nth non-throwing allocation after ArmNothrowFailure(N) fails; 0 never.
+int gFailNothrowAt = 0;
+int gNothrowCount = 0;
+
+void ArmNothrowFailure(int n) {
+  gNothrowCount = 0;
+  gFailNothrowAt = n;
+}
+
+}  // namespace
+
+// The plug-in's `new (std::nothrow)` comes here. Memory comes from the
+// throwing form, so that the sanitizers see matching new/delete pairs.
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+  if (++gNothrowCount == gFailNothrowAt) return nullptr;
+  try {
+    return ::operator new(size);
+  } catch (...) {
+    return nullptr;
+  }
+}
+
+namespace {
+
+using Lines = std::vector<std::string>;
+
+constexpr int kStart = 4097;
+constexpr int kStop = 4098;
+constexpr int kFpsHint = 4221;
+constexpr int kVendorHintDisable = 4222;
+constexpr const char* kImproper = "GORV_FEATURE: runAsyncPeriodic() N: Improper Initialization";
+
+struct Outcome {
+  bool created = false;
+  bool periodicEnabled = false;
+  Lines effects;
+  Lines logs;
+  std::vector<int32_t> locksHeld;  // after the feature is destroyed
+  int nothrowAllocations = 0;
+};
+
+// One session, with the Nth non-throwing allocation failing (0: none).
+Outcome Session(int failAt) {
+  GameWorld world;
+  SteppedRunner runner;
+  LogCapture logs;
+  std::string error;
+  Outcome outcome;
+
+  ArmNothrowFailure(failAt);
+  Feature* feature = PluginLoader::Create("GORV", GameWorld::Info(), &error);
+  runner.Adopt(feature);
+  outcome.created = feature != nullptr;
+  outcome.periodicEnabled = feature != nullptr && feature->periodicEnabled;
+  auto at = [&runner](int64_t ms, int id, int value = 0) {
+    runner.ScheduleTrigger(ms, GameWorld::Trigger(id, GameWorld::kGameComponent, value));
+  };
+  at(1000, kStart);
+  at(1100, kFpsHint, 45);
+  at(1300, kVendorHintDisable, 1);
+  at(1500, kVendorHintDisable, 0);
+  // The framework's periodic thread calls whether or not an interval is set.
+  runner.ScheduleAction(2000, [feature] {
+    if (feature != nullptr) feature->runAsyncPeriodic(std::atomic<bool>{true});
+  });
+  at(3000, kStop);
+  runner.RunUntil(3500);
+  runner.DestroyFeature();
+
+  outcome.nothrowAllocations = gNothrowCount;
+  ArmNothrowFailure(0);
+  outcome.effects = GameWorld::Effects();
+  outcome.logs = logs.Messages();
+  outcome.locksHeld = gorv::HostEnv::Get().HeldPerfLocks();
+  return outcome;
+}
+
+TEST(PartialFeatureTest, EveryNonThrowingAllocationOfASessionMayFail) {
+  const Outcome whole = Session(0);
+  ASSERT_TRUE(whole.created);
+  EXPECT_TRUE(whole.periodicEnabled);
+  // All of them happen while the feature is created.
+  ASSERT_EQ(whole.nothrowAllocations, 5);
+  // The vendor hint drops the lock; once re-enabled, the next analysis round
+  // takes it again.
+  EXPECT_EQ(whole.effects, (Lines{"1000 target_pid=4242", "1000 acquire 1", "1100 fps=45",
+                                  "1300 release 1", "1600 acquire 2", "3000 release 2"}));
+
+  struct Expected {
+    const char* failing;
+    bool created;
+    Lines effects;
+    Lines logs;
+  };
+  const Expected expected[] = {
+      // The factory returns null: the framework has no feature.
+      {"the feature", false, {}, {}},
+      // No components: every trigger is ignored, periodic work refused.
+      {"the meta meter",
+       true,
+       {},
+       {"GORV_FEATURE: GorvFeature() N: MetaMeter is not available\n", kImproper}},
+      {"the intervals counter", true, {}, {kImproper}},
+      {"the data manager", true, {}, {kImproper}},
+      // Without an action a game session starts and stops (pid written, the
+      // hint applied) but holds no lock, ignores the vendor hint and refuses
+      // periodic work.
+      {"the action", true, {"1000 target_pid=4242", "1100 fps=45"}, {kImproper}},
+  };
+  for (int n = 1; n <= whole.nothrowAllocations; ++n) {
+    const Expected& want = expected[n - 1];
+    SCOPED_TRACE(std::string("failing allocation ") + std::to_string(n) + ": " + want.failing);
+    const Outcome got = Session(n);
+    EXPECT_EQ(got.created, want.created);
+    EXPECT_FALSE(got.periodicEnabled);
+    EXPECT_EQ(got.effects, want.effects);
+    EXPECT_EQ(got.logs, want.logs);
+    EXPECT_TRUE(got.locksHeld.empty());
+  }
+  RecordProperty("nothrow_allocation_points", whole.nothrowAllocations);
+}
+
+}  // namespace
