@@ -48,6 +48,9 @@ int LMDatabase<AppState>::openLMdb() {
   if (rc != 0) {
     GORV_LOG(kTag, "openLMdb", "ERROR:Db=%s sql open failed, err=%d\n", name.c_str(), rc);
     closeLMdb();
+    // The handle SQLite returned with the error is freed now; left stale, the
+    // destructor's flush and close would use the freed connection.
+    mDb = nullptr;
     return -1;
   }
   // WAL keeps a flush atomic and the file whole across crashes; an
