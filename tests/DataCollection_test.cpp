@@ -38,9 +38,14 @@ void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
   ++gAllocations;
   return std::malloc(size == 0 ? 1 : size);
 }
+// GCC 12 at -O2 inlines these into callers and takes free() for a mismatch
+// with operator new, which here comes from malloc as well.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
 void operator delete(void* p) noexcept { std::free(p); }
 void operator delete(void* p, std::size_t) noexcept { std::free(p); }
 void operator delete(void* p, const std::nothrow_t&) noexcept { std::free(p); }
+#pragma GCC diagnostic pop
 
 namespace {
 
