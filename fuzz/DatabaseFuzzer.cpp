@@ -75,8 +75,8 @@ int64_t Count(sqlite3* db, const std::string& sql, const LMDBDataRowKey* bound) 
   }
   if (tail != sql.c_str() + sql.size()) Fail("text left over after the statement: " + sql);
   if (bound != nullptr) {
-    sqlite3_bind_text(statement, 1, bound->appName.data(),
-                      static_cast<int>(bound->appName.size()), SQLITE_STATIC);
+    sqlite3_bind_text(statement, 1, bound->appName.data(), static_cast<int>(bound->appName.size()),
+                      SQLITE_STATIC);
     sqlite3_bind_text(statement, 2, bound->rsvdName.data(),
                       static_cast<int>(bound->rsvdName.size()), SQLITE_STATIC);
     sqlite3_bind_int(statement, 3, bound->intcol1);

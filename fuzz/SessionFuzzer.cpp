@@ -166,17 +166,17 @@ void Fault(FuzzedDataProvider& input, SessionWorld& world, SteppedRunner& runner
       runner.meters().SetStartFailure(input.ConsumeBool());
       break;
     case 3:
-      world.SetLocatorFailure(input.PickValueInArray({HostLocator::Failure::None,
-                                                      HostLocator::Failure::StdException,
-                                                      HostLocator::Failure::OtherException}));
+      world.SetLocatorFailure(
+          input.PickValueInArray({HostLocator::Failure::None, HostLocator::Failure::StdException,
+                                  HostLocator::Failure::OtherException}));
       break;
     case 4:
       world.SetGameClass(input.PickValueInArray({2, 0, 1, 3, -1}));
       break;
     case 5: {
-      int32_t pid = input.PickValueInArray<int32_t>(
-          {4242, -1, 0, 1, 777, std::numeric_limits<int32_t>::max(),
-           std::numeric_limits<int32_t>::min()});
+      int32_t pid =
+          input.PickValueInArray<int32_t>({4242, -1, 0, 1, 777, std::numeric_limits<int32_t>::max(),
+                                           std::numeric_limits<int32_t>::min()});
       checker.AllowPid(pid);
       world.SetGamePid(pid);
       break;
