@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 
 #include <memory>
-#include <new>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -16,31 +15,8 @@
 #include "intervals/GorvIntervalsCounter.h"
 #include "host/platform/HostEnv.h"
 #include "tests/support/LogCapture.h"
+#include "tests/support/NothrowFailure.h"
 #include "tests/support/TempSysfsRoot.h"
-
-namespace {
-
-// Fails the Nth non-throwing allocation after Arm(N); 0 disarms.
-int gFailNothrowAt = 0;
-int gNothrowCount = 0;
-void ArmNothrowFailure(int n) {
-  gNothrowCount = 0;
-  gFailNothrowAt = n;
-}
-
-}  // namespace
-
-// Replaces the library's non-throwing allocation for the whole process, so
-// the plug-in's `new (std::nothrow)` comes here. Memory still comes from the
-// throwing form so that sanitizers see matching new/delete pairs.
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-  if (gFailNothrowAt > 0 && ++gNothrowCount == gFailNothrowAt) return nullptr;
-  try {
-    return ::operator new(size);
-  } catch (...) {
-    return nullptr;
-  }
-}
 
 namespace {
 

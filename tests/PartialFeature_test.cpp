@@ -13,48 +13,25 @@
 
 #include <atomic>
 #include <memory>
-#include <new>
 #include <string>
 #include <vector>
 
+#include "feature/GorvFeature.h"
 #include "host/framework/PluginLoader.h"
 #include "host/framework/SteppedRunner.h"
 #include "host/platform/HostEnv.h"
 #include "tests/support/GameWorld.h"
 #include "tests/support/LogCapture.h"
-
-namespace {
-
-// The Nth non-throwing allocation after ArmNothrowFailure(N) fails; 0 never.
-int gFailNothrowAt = 0;
-int gNothrowCount = 0;
-
-void ArmNothrowFailure(int n) {
-  gNothrowCount = 0;
-  gFailNothrowAt = n;
-}
-
-}  // namespace
-
-// The plug-in's `new (std::nothrow)` comes here. Memory comes from the
-// throwing form, so that the sanitizers see matching new/delete pairs.
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-  if (++gNothrowCount == gFailNothrowAt) return nullptr;
-  try {
-    return ::operator new(size);
-  } catch (...) {
-    return nullptr;
-  }
-}
+#include "tests/support/NothrowFailure.h"
 
 namespace {
 
 using Lines = std::vector<std::string>;
 
-constexpr int kStart = 4097;
-constexpr int kStop = 4098;
-constexpr int kFpsHint = 4221;
-constexpr int kVendorHintDisable = 4222;
+constexpr int kStart = GorvFeature::kTriggerStart;
+constexpr int kStop = GorvFeature::kTriggerStop;
+constexpr int kFpsHint = GorvFeature::kTriggerFpsHint;
+constexpr int kVendorHintDisable = GorvFeature::kTriggerVendorHintDisable;
 constexpr const char* kImproper = "GORV_FEATURE: runAsyncPeriodic() N: Improper Initialization";
 
 struct Outcome {
@@ -94,7 +71,7 @@ Outcome Session(int failAt) {
   runner.RunUntil(3500);
   runner.DestroyFeature();
 
-  outcome.nothrowAllocations = gNothrowCount;
+  outcome.nothrowAllocations = NothrowAllocations();
   ArmNothrowFailure(0);
   outcome.effects = GameWorld::Effects();
   outcome.logs = logs.Messages();
