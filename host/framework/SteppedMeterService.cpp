@@ -1,6 +1,7 @@
 #include "host/framework/SteppedMeterService.h"
 
 #include <stdexcept>
+#include <vector>
 
 #include "host/platform/HostEnv.h"
 
@@ -13,21 +14,21 @@ void SteppedMeterService::SetStartFailure(bool failing) { mStartFailing = failin
 void SteppedMeterService::Start(MetaMeter& meter) {
   if (mStartFailing) throw std::runtime_error("meter service unavailable");
   std::chrono::nanoseconds now = gorv::HostEnv::Get().NowMonotonic().time_since_epoch();
-  mRuns.push_back(Run{now + mLatency, &meter});
+  mRuns.emplace(now + mLatency, &meter);
 }
 
 void SteppedMeterService::DeliverDue(std::chrono::nanoseconds now) {
   // Runs started during a delivery finish later, never in this call.
-  while (!mRuns.empty() && mRuns.front().due <= now) {
-    Run run = mRuns.front();
-    mRuns.pop_front();
-    Deliver(*run.meter, now);
+  std::vector<MetaMeter*> due;
+  for (auto run = mRuns.begin(); run != mRuns.end() && run->first <= now; run = mRuns.erase(run)) {
+    due.push_back(run->second);
   }
+  for (MetaMeter* meter : due) Deliver(*meter, now);
 }
 
 std::optional<std::chrono::nanoseconds> SteppedMeterService::NextDue() const {
   if (mRuns.empty()) return std::nullopt;
-  return mRuns.front().due;
+  return mRuns.begin()->first;
 }
 
 void SteppedMeterService::DropPending() { mRuns.clear(); }

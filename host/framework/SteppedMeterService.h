@@ -1,11 +1,13 @@
 // Meters on the virtual clock: each Start() finishes `latency` later, when
-// the stepped runner calls DeliverDue(). Runs are delivered in the order
-// they were started. Used on one thread (the stepped runner's).
+// the stepped runner calls DeliverDue(). Runs due at the same time are
+// delivered in the order they were started; a run started with a shorter
+// latency may finish before an earlier, longer one. Used on one thread (the
+// stepped runner's).
 #pragma once
 
 #include <chrono>
 #include <cstdint>
-#include <deque>
+#include <map>
 #include <optional>
 
 #include "host/framework/MeterService.h"
@@ -25,11 +27,8 @@ class SteppedMeterService : public MeterService {
   void DropPending();
 
  private:
-  struct Run {
-    std::chrono::nanoseconds due;
-    MetaMeter* meter;
-  };
   std::chrono::milliseconds mLatency;
   bool mStartFailing = false;
-  std::deque<Run> mRuns;  // in start order; latency is fixed, so also due order
+  // Due time -> meter, in due order; equal keys keep their start order.
+  std::multimap<std::chrono::nanoseconds, MetaMeter*> mRuns;
 };

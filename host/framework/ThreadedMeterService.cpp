@@ -1,6 +1,7 @@
 #include "host/framework/ThreadedMeterService.h"
 
 #include "framework/MetaMeter.h"
+#include "host/platform/HostEnv.h"
 
 ThreadedMeterService::ThreadedMeterService(std::chrono::milliseconds latency)
     : mLatency(latency), mThread([this] { Loop(); }) {}
@@ -38,7 +39,9 @@ void ThreadedMeterService::Loop() {
     Run run = mRuns.front();
     mRuns.pop_front();
     lock.unlock();
-    Deliver(*run.meter, std::chrono::steady_clock::now().time_since_epoch());
+    // The frame rate is read on the platform clock, virtual or real, like
+    // every other effect the feature sees.
+    Deliver(*run.meter, gorv::HostEnv::Get().NowMonotonic().time_since_epoch());
     lock.lock();
   }
 }
