@@ -148,7 +148,7 @@ class HostFrameworkTest : public ::testing::Test {
     HostLocator::Get().Clear();
     // The frame rate is the virtual time in tenths of a second.
     FrameRateSource::Get().SetFunction(
-        [](std::chrono::nanoseconds now) { return static_cast<float>(now.count() / 100000000); });
+        [](std::chrono::nanoseconds now) { return static_cast<float>(now / milliseconds(100)); });
   }
   void TearDown() override { FrameRateSource::Get().SetConstant(0.0f); }
 
@@ -170,11 +170,10 @@ TEST_F(HostFrameworkTest, SteppedOrderAtOneInstantIsFaultsTriggersMetersThenTheR
   runner.ScheduleAction(200, [this] { mLog.Add("fault@" + std::to_string(NowMs())); });
   runner.RunUntil(400);
   EXPECT_EQ(mLog.Lines(),
-            (std::vector<std::string>{
-                "trigger 1@0", "fault@200", "trigger 3@200", "trigger 3@200",
-                "meters@200 Cpu Fps=2.000000 Fps ", "round@200",
-                "meters@400 Cpu Fps=4.000000 Fps ", "meters@400 Cpu Fps=4.000000 Fps ",
-                "round@400"}));
+            (std::vector<std::string>{"trigger 1@0", "fault@200", "trigger 3@200", "trigger 3@200",
+                                      "meters@200 Cpu Fps=2.000000 Fps ", "round@200",
+                                      "meters@400 Cpu Fps=4.000000 Fps ",
+                                      "meters@400 Cpu Fps=4.000000 Fps ", "round@400"}));
   EXPECT_EQ(runner.NowMs(), 400);
   EXPECT_EQ(NowMs(), 400);
 }
@@ -202,8 +201,8 @@ TEST_F(HostFrameworkTest, SteppedRoundsFollowPeriodicActive) {
   for (const std::string& line : mLog.Lines()) {
     if (line.rfind("round", 0) == 0) rounds.push_back(line);
   }
-  EXPECT_EQ(rounds, (std::vector<std::string>{"round@200", "round@400", "round@3200",
-                                              "round@3400"}));
+  EXPECT_EQ(rounds,
+            (std::vector<std::string>{"round@200", "round@400", "round@3200", "round@3400"}));
   EXPECT_EQ(runner.PendingRoundMs(), std::optional<int64_t>(3450));
 
   // A feature that has not enabled periodic work gets no rounds.
@@ -222,11 +221,10 @@ TEST_F(HostFrameworkTest, SteppedMetersFinishAfterTheirLatencyEachRunOnItsOwn) {
   runner.ScheduleAction(120, [&runner] { runner.meters().SetLatency(milliseconds(10)); });
   runner.ScheduleTrigger(130, Payload(kMeasure));
   runner.RunUntil(1000);
-  EXPECT_EQ(mLog.Lines(), (std::vector<std::string>{
-                              "trigger 3@0", "trigger 3@100", "trigger 3@130",
-                              "meters@140 Cpu Fps=1.000000 Fps ",
-                              "meters@150 Cpu Fps=1.000000 Fps ",
-                              "meters@250 Cpu Fps=2.000000 Fps "}));
+  EXPECT_EQ(mLog.Lines(),
+            (std::vector<std::string>{
+                "trigger 3@0", "trigger 3@100", "trigger 3@130", "meters@140 Cpu Fps=1.000000 Fps ",
+                "meters@150 Cpu Fps=1.000000 Fps ", "meters@250 Cpu Fps=2.000000 Fps "}));
 
   // Destroying the feature drops the runs under way: no call reaches it
   // afterwards.
@@ -361,8 +359,8 @@ class ChildProcess {
 };
 
 TEST_F(HostFrameworkTest, ProcessesAreFoundByTheirFirstCommandLineArgument) {
-  std::filesystem::path proc = std::filesystem::temp_directory_path() /
-                               ("gorv-proc-" + std::to_string(getpid()));
+  std::filesystem::path proc =
+      std::filesystem::temp_directory_path() / ("gorv-proc-" + std::to_string(getpid()));
   auto process = [&proc](const std::string& pid, const std::string& cmdline) {
     std::filesystem::create_directories(proc / pid);
     std::ofstream(proc / pid / "cmdline", std::ios::binary) << cmdline;
@@ -407,7 +405,8 @@ TEST_F(HostFrameworkTest, LoaderErrorsSayWhatIsMissing) {
   EXPECT_EQ(error, "no feature registered under \"NOPE\"");
   {
     std::lock_guard<std::mutex> lock(FeatureRegistry::mMutex);
-    if (FeatureRegistry::classList == nullptr) FeatureRegistry::classList = new FeatureRegistry::Map();
+    if (FeatureRegistry::classList == nullptr)
+      FeatureRegistry::classList = new FeatureRegistry::Map();
     (*FeatureRegistry::classList)["NULL"] = &NullFactory;
   }
   EXPECT_EQ(PluginLoader::Create("NULL", ProbeInfo(), &error), nullptr);
