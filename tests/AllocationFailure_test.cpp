@@ -10,7 +10,6 @@
 #include <atomic>
 #include <cstdlib>
 #include <memory>
-#include <new>
 #include <vector>
 
 #include "feature/GorvFeature.h"
@@ -19,38 +18,10 @@
 #include "host/framework/MeterService.h"
 #include "meter/GorvMetaMeter.h"
 #include "host/platform/HostEnv.h"
+#include "tests/support/AllocationFault.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/TempSysfsRoot.h"
 
-namespace {
-// Counted allocations since Arm(); the one numbered gFailAt fails.
-std::atomic<bool> gCounting{false};
-std::atomic<long> gCount{0};
-std::atomic<long> gFailAt{0};
-
-bool ShouldFail() {
-  if (!gCounting.load(std::memory_order_relaxed)) return false;
-  return ++gCount == gFailAt.load(std::memory_order_relaxed);
-}
-void* Allocate(std::size_t size) { return std::malloc(size == 0 ? 1 : size); }
-}  // namespace
-
-void* operator new(std::size_t size) {
-  if (ShouldFail()) throw std::bad_alloc();
-  if (void* p = Allocate(size)) return p;
-  throw std::bad_alloc();
-}
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-  return ShouldFail() ? nullptr : Allocate(size);
-}
-// GCC 12 at -O2 inlines these into callers and takes free() for a mismatch
-// with operator new, which here comes from malloc as well.
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
-void operator delete(void* p) noexcept { std::free(p); }
-void operator delete(void* p, std::size_t) noexcept { std::free(p); }
-void operator delete(void* p, const std::nothrow_t&) noexcept { std::free(p); }
-#pragma GCC diagnostic pop
 
 namespace {
 
@@ -74,9 +45,9 @@ class CountingMeterService : public MeterService {
 // the test itself allocates happens outside.
 template <typename Call>
 void InPlugin(Call call) {
-  gCounting = true;
+  CountAllocations(true);
   call();
-  gCounting = false;
+  CountAllocations(false);
 }
 
 // A whole session: construction, start, rounds with readings, a hint, a
@@ -86,8 +57,8 @@ long Session(long failAt) {
   const FeatureInfo info{"GORV", {}, {}, {}, {}, {{"Fps", {}}}, ""};
   const std::atomic<bool> running{true};
   FpsMeter reading("Fps", 60.0f);
-  gCount = 0;
-  gFailAt = failAt;
+  ArmAllocationFailure(failAt, Allocations::kAll);
+  CountAllocations(false);
   std::unique_ptr<GorvFeature> feature;
   InPlugin([&] {
     try {
@@ -96,7 +67,7 @@ long Session(long failAt) {
       // What the framework's factory caller sees; nothing was built.
     }
   });
-  if (!feature) return gCount;
+  if (!feature) return CountedAllocations();
   auto round = [&] {
     gorv::HostEnv::Get().AdvanceClock(std::chrono::milliseconds(200));
     InPlugin([&] { feature->runAsyncPeriodic(running); });
@@ -118,7 +89,7 @@ long Session(long failAt) {
   trigger(Trigger(GorvFeature::kTriggerStop));
   round();
   InPlugin([&] { feature.reset(); });
-  return gCount;
+  return CountedAllocations();
 }
 
 TEST(AllocationFailureTest, EveryAllocationOfASessionMayFail) {

@@ -1,102 +1,64 @@
 // Frame-rate collection: the data manager's row and queue, the averaging,
 // the stored trigger payload, and the meta meter's hand-over of readings.
-#include <android-base/properties.h>
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstdlib>
 #include <memory>
-#include <new>
 #include <string>
 #include <vector>
 
 #include "data/GorvDataManager.h"
-#include "feature/GorvFeature.h"
-#include "host/platform/HostEnv.h"
 #include "intervals/GorvIntervalsCounter.h"
-#include "meter/GorvMetaMeter.h"
+#include "tests/support/AllocationFault.h"
+#include "tests/support/FeatureTest.h"
 #include "tests/support/LogCapture.h"
-
-namespace {
-// Counts allocations; throws std::bad_alloc from the next one while armed.
-int gAllocations = 0;
-bool gFailNext = false;
-}  // namespace
-
-void* operator new(std::size_t size) {
-  ++gAllocations;
-  if (gFailNext) {
-    gFailNext = false;
-    throw std::bad_alloc();
-  }
-  if (void* p = std::malloc(size == 0 ? 1 : size)) return p;
-  throw std::bad_alloc();
-}
-// Every form that can reach the replaced delete comes from malloc here, so
-// sanitizers see matching pairs.
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-  ++gAllocations;
-  return std::malloc(size == 0 ? 1 : size);
-}
-// GCC 12 at -O2 inlines these into callers and takes free() for a mismatch
-// with operator new, which here comes from malloc as well.
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
-void operator delete(void* p) noexcept { std::free(p); }
-void operator delete(void* p, std::size_t) noexcept { std::free(p); }
-void operator delete(void* p, const std::nothrow_t&) noexcept { std::free(p); }
-#pragma GCC diagnostic pop
 
 namespace {
 
 using Lines = std::vector<std::string>;
 
-class DataCollectionTest : public ::testing::Test {
+// A data manager of its own beside the feature's, on the feature's meter.
+class DataCollectionTest : public FeatureTest {
  protected:
   void SetUp() override {
-    gorv::HostEnv::Get().Reset();
-    gorv::HostEnv::Get().UseVirtualClock();
-    android::base::SetProperty("ro.vendor.perf.gorv", "true");
-    android::base::SetProperty("vendor.debug.trace.gorv", "");
-    MakeFeature({"Fps"});
+    FeatureTest::SetUp();
+    data = std::make_unique<GorvDataManager>(&meter(), meter().mMeterRequests);
   }
-  void MakeFeature(const std::vector<std::string>& meters) {
-    FeatureInfo info;
-    for (const std::string& name : meters) info.meterInfos.push_back({name, {}});
-    feature = std::make_unique<GorvFeature>(info);
-    meter = static_cast<GorvMetaMeter*>(feature->metaMeter);
-    data = std::make_unique<GorvDataManager>(meter, meter->mMeterRequests);
-  }
+  void TearDown() override { CountAllocations(false); }
   // The average of the queue as the action reads it.
-  float Average(int interval, int duration) {
+  float Average(std::vector<float> queue, int interval, int duration) {
+    data->mFpsQueue = std::move(queue);
     std::vector<float> out;
     EXPECT_EQ(data->getFPS(&out, interval, duration), 0);
-    EXPECT_EQ(out.size(), 1u);
-    return out.empty() ? -1.0f : out[0];
+    return out.size() == 1 ? out[0] : -1.0f;
   }
+  bool Deliver(std::initializer_list<Meter*> meters) { return meter().writeToDataBase(meters); }
 
-  std::unique_ptr<GorvFeature> feature;
-  GorvMetaMeter* meter = nullptr;
   std::unique_ptr<GorvDataManager> data;
 };
 
 TEST_F(DataCollectionTest, ConsumersTightenTheRowUntilItIsRegistered) {
+  LogCapture logs;
+  GorvIntervalsCounter unset;
+  data->dataRegistryComp(&unset);  // the row's limits are still unset: refused
+  EXPECT_TRUE(unset.mTimeKeepers.empty());
+  data->mRegistered = false;
+
   const DataElem& row = data->mDataElems[FPS];
   EXPECT_EQ(row.name, "Fps");
   EXPECT_EQ(data->registerDataElem(0, 0, 400), -1);
   EXPECT_EQ(data->registerDataElem(0, 200, 0), -1);
+  auto limits = [&row] { return std::vector<int>{row.minInterval, row.maxInterval, row.queueSize}; };
   EXPECT_EQ(data->registerDataElem(0, 200, 400), 0);
-  EXPECT_EQ((std::vector<int>{row.minInterval, row.maxInterval, row.queueSize}),
-            (std::vector<int>{200, 400, 2}));
+  EXPECT_EQ(limits(), (std::vector<int>{200, 400, 2}));
   EXPECT_EQ(data->registerDataElem(0, 100, 400), 0);
   EXPECT_EQ(row.queueSize, 4);
-
-  LogCapture logs;
   EXPECT_EQ(data->registerDataElem(0, 10, 1000), 0);
-  EXPECT_EQ((std::vector<int>{row.minInterval, row.maxInterval, row.queueSize}),
-            (std::vector<int>{10, 1000, 64}));
+  EXPECT_EQ(limits(), (std::vector<int>{10, 1000, 64}));
   EXPECT_EQ(logs.Messages(),
-            Lines{"GORV_DATAMGR: registerDataElem() N: Queue Squeez, Requested more than MAX\n"});
+            (Lines{"GORV_IC: registerIntervals() N: Unexpected Intervals  -1--1",
+                   "GORV_IC: registerIntervals() N: Unexpected Intervals  -1--1",
+                   "GORV_DATAMGR: registerDataElem() N: Queue Squeez, Requested more than MAX\n"}));
 
   data->dataRegistryComp(nullptr);
   EXPECT_FALSE(data->mRegistered);
@@ -113,59 +75,39 @@ TEST_F(DataCollectionTest, ConsumersTightenTheRowUntilItIsRegistered) {
   EXPECT_EQ(counter.mWakeUpTime, 10);
 }
 
-TEST_F(DataCollectionTest, AnUnregisteredRowOffersUnsetLimitsWhichTheCounterRefuses) {
-  LogCapture logs;
-  GorvIntervalsCounter counter;
-  data->dataRegistryComp(&counter);
-  EXPECT_TRUE(counter.mTimeKeepers.empty());
-  EXPECT_EQ(logs.Messages(), (Lines{"GORV_IC: registerIntervals() N: Unexpected Intervals  -1--1",
-                                    "GORV_IC: registerIntervals() N: Unexpected Intervals  -1--1"}));
-}
-
-TEST_F(DataCollectionTest, AveragingDividesByTheSamplesTheDurationShouldHold) {
-  data->mFpsQueue = {30, 60};
-  EXPECT_FLOAT_EQ(Average(200, 400), 45.0f);
-  data->mFpsQueue = {30, 60, 90};
-  EXPECT_FLOAT_EQ(Average(200, 400), 90.0f);
-  data->mFpsQueue = {};
-  EXPECT_FLOAT_EQ(Average(200, 400), 0.0f);
-  data->mFpsQueue = {30};
-  EXPECT_TRUE(std::isinf(Average(400, 200)));
-  data->mFpsQueue = {};
-  EXPECT_TRUE(std::isnan(Average(400, 200)));
-
+TEST_F(DataCollectionTest, AveragingDividesByTheSamplesTheDurationShouldHoldAndRefusesBadRequests) {
+  EXPECT_FLOAT_EQ(Average({30, 60}, 200, 400), 45.0f);
+  EXPECT_FLOAT_EQ(Average({30, 60, 90}, 200, 400), 90.0f);
+  EXPECT_FLOAT_EQ(Average({}, 200, 400), 0.0f);
+  EXPECT_TRUE(std::isinf(Average({30}, 400, 200)));
+  EXPECT_TRUE(std::isnan(Average({}, 400, 200)));
   EXPECT_EQ(data->getFPS(nullptr, 200, 400), -1);
   std::vector<float> out;
   EXPECT_EQ(data->getFPS(&out, 0, 400), 0);
   EXPECT_TRUE(out.empty());
+
+  data->registerDataElem(0, 200, 400);
   LogCapture logs;
   out = {1.0f};
   EXPECT_EQ(data->getFPS(&out, 200, 400), 0);
   EXPECT_EQ(out.size(), 1u);
-  EXPECT_EQ(logs.Messages(), Lines{"GORV_DATAMGR: processData() N: required empty container\n"});
-}
-
-TEST_F(DataCollectionTest, GetDataRefusesBadRequestsAndFinerPeriods) {
-  data->registerDataElem(0, 200, 400);
-  std::vector<float> out;
-  LogCapture logs;
   EXPECT_EQ(data->getData(FPS, nullptr, 200, 400), -1);
   EXPECT_EQ(data->getData(static_cast<DataMapper>(1), &out, 200, 400), -1);
   EXPECT_EQ(data->getData(FPS, &out, 0, 400), -1);
   EXPECT_EQ(data->getData(FPS, &out, 200, 0), -1);
-  EXPECT_EQ(logs.Messages(), Lines(4, "GORV_DATAMGR: getData() N: Key Not Found- Improper init\n"));
-  logs.Clear();
-  EXPECT_EQ(data->getData(FPS, &out, 100, 400), -1);
-  EXPECT_TRUE(logs.Messages().empty());
+  EXPECT_EQ(data->getData(FPS, &out, 100, 400), -1);  // finer than the row: silent
+  Lines refused(4, "GORV_DATAMGR: getData() N: Key Not Found- Improper init\n");
+  refused.insert(refused.begin(), "GORV_DATAMGR: processData() N: required empty container\n");
+  EXPECT_EQ(logs.Messages(), refused);
   data->mFpsQueue = {50, 70};
+  out.clear();
   EXPECT_EQ(data->getData(FPS, &out, 200, 400), 0);
   EXPECT_EQ(out, std::vector<float>{60.0f});
 }
 
 TEST_F(DataCollectionTest, TheQueueKeepsItsSizeOnlyOnceAConsumerRegistered) {
-  meter->mFps = 10.0f;
   for (float fps : {10.0f, 20.0f, 30.0f}) {
-    meter->mFps = fps;
+    meter().mFps = fps;
     data->collectFPS(nullptr);
   }
   EXPECT_EQ(data->mFpsQueue, (std::vector<float>{10, 20, 30}));  // size -1: never trimmed
@@ -182,19 +124,8 @@ TEST_F(DataCollectionTest, TheQueueKeepsItsSizeOnlyOnceAConsumerRegistered) {
   EXPECT_TRUE(data->mFpsQueue.empty());
 }
 
-TEST_F(DataCollectionTest, RequestsAreSetOnlyForConfiguredMeters) {
-  std::string fps = "Fps";
-  std::string gpu = "Gpu";
-  data->prepareMeter(&gpu);
-  data->prepareMeter(nullptr);
-  EXPECT_EQ(meter->mMeterRequests.size(), 1u);
-  EXPECT_FALSE(meter->mMeterRequests.at("Fps").load());
-  data->prepareMeter(&fps);
-  EXPECT_TRUE(meter->mMeterRequests.at("Fps").load());
-}
-
 TEST_F(DataCollectionTest, AManagerWithoutAMeterHasAnEmptyRow) {
-  GorvDataManager empty(nullptr, meter->mMeterRequests);
+  GorvDataManager empty(nullptr, meter().mMeterRequests);
   EXPECT_EQ(empty.mDataElems[FPS].name, "");
   std::vector<float> out;
   EXPECT_THROW(empty.getData(FPS, &out, 200, 400), std::bad_function_call);
@@ -206,7 +137,7 @@ TEST_F(DataCollectionTest, AManagerWithoutAMeterHasAnEmptyRow) {
   EXPECT_TRUE(empty.mFpsQueue.empty());
 }
 
-TEST_F(DataCollectionTest, AFailedPayloadCopyIsRecognisable) {
+TEST_F(DataCollectionTest, AFailedPayloadCopyIsRecognisableAndTasksCopyWithoutAllocating) {
   AsyncTriggerPayload payload;
   payload.triggerId = 4097;
   payload.triggerValue = 7;
@@ -221,93 +152,94 @@ TEST_F(DataCollectionTest, AFailedPayloadCopyIsRecognisable) {
   LogCapture logs;
   payload.triggerId = 4099;
   payload.component += ".that.needs.a.bigger.buffer.than.before";
-  gFailNext = true;
+  ArmAllocationFailure(1, Allocations::kAll);
   data->setTriggerPayload(payload);
+  CountAllocations(false);
   EXPECT_EQ(data->mTriggerPayload.triggerId, 4099);  // copied before the failure
   EXPECT_EQ(data->mTriggerPayload.triggerValue, -1);
   EXPECT_EQ(data->mTriggerPayload.component, "");
   EXPECT_EQ(logs.Messages(),
             Lines{"GORV_DATAMGR: setTriggerPayload() N: processData- exception std::bad_alloc\n"});
-}
 
-TEST_F(DataCollectionTest, CopyingARegisteredTaskOrTheRowAllocatesNothing) {
-  GorvIntervalsCounter& counter = *feature->mIntervalsCounter;
-  int before = gAllocations;
-  for (const TimeKeeper& keeper : counter.mTimeKeepers) {
+  // The periodic thread copies the due tasks on every wake-up.
+  ArmAllocationFailure(0, Allocations::kAll);
+  for (const TimeKeeper& keeper : feature->mIntervalsCounter->mTimeKeepers) {
     IntervalCallback task = keeper.mTask;
     IntervalCallback hook = keeper.mOnTrigger;
     TimeKeeper copy = keeper;
   }
   DataElem row = data->mDataElems[FPS];
-  EXPECT_EQ(gAllocations, before);
+  EXPECT_EQ(CountedAllocations(), 0);
 }
 
-// Finished meters as the framework hands them over.
-class MetersTest : public DataCollectionTest {
- protected:
-  bool Deliver(std::initializer_list<Meter*> meters) { return meter->writeToDataBase(meters); }
-  std::vector<std::string> TraceSections() {
-    std::vector<std::string> names;
-    for (const gorv::HostEvent& event : gorv::HostEnv::Get().TraceEvents()) {
-      names.push_back(event.kind == gorv::HostEvent::Kind::TraceBegin ? event.name : "end");
-    }
-    return names;
-  }
-};
+TEST_F(DataCollectionTest, ARequestedFpsReadingIsTakenOnce) {
+  std::string fps = "Fps";
+  std::string gpu = "Gpu";
+  data->prepareMeter(&gpu);  // only configured meters are requested
+  data->prepareMeter(nullptr);
+  EXPECT_EQ(meter().mMeterRequests.size(), 1u);
+  EXPECT_FALSE(meter().mMeterRequests.at("Fps").load());
 
-TEST_F(MetersTest, ARequestedFpsReadingIsTakenOnce) {
-  FpsMeter fps("Fps", 58.0f);
+  FpsMeter reading("Fps", 58.0f);
   FpsMeter second("Fps", 30.0f);
   Meter other("Gpu");
   EXPECT_FALSE(Deliver({}));
   EXPECT_TRUE(Deliver({nullptr, nullptr}));
-  EXPECT_TRUE(Deliver({&fps}));  // not requested: ignored
-  EXPECT_EQ(meter->mFps.load(), 0.0f);
+  EXPECT_TRUE(Deliver({&reading}));  // not requested: ignored
+  EXPECT_EQ(meter().mFps.load(), 0.0f);
 
-  meter->mMeterRequests.at("Fps") = true;
-  EXPECT_TRUE(Deliver({&other, nullptr, &fps, &second}));
-  EXPECT_EQ(meter->mFps.load(), 58.0f);  // the first withdrew the request
-  EXPECT_FALSE(meter->mMeterRequests.at("Fps").load());
+  data->prepareMeter(&fps);
+  EXPECT_TRUE(Deliver({&other, nullptr, &reading, &second}));
+  EXPECT_EQ(meter().mFps.load(), 58.0f);  // the first withdrew the request
+  EXPECT_FALSE(meter().mMeterRequests.at("Fps").load());
   EXPECT_TRUE(Deliver({&second}));
-  EXPECT_EQ(meter->mFps.load(), 58.0f);
+  EXPECT_EQ(meter().mFps.load(), 58.0f);
 
   FpsMeter upper("FPS", 90.0f);
   FpsMeter blank("Fps ", 90.0f);
-  meter->mMeterRequests.at("Fps") = true;
+  data->prepareMeter(&fps);
   EXPECT_TRUE(Deliver({&upper, &blank}));
-  EXPECT_EQ(meter->mFps.load(), 58.0f);
-  EXPECT_EQ(meter->getMeterSnapshot(), nullptr);
+  EXPECT_EQ(meter().mFps.load(), 58.0f);
+  EXPECT_EQ(meter().getMeterSnapshot(), nullptr);
 }
 
-TEST_F(MetersTest, MetersBuiltFromTheDescriptionsAndAnUnconfiguredFpsMeter) {
-  MakeFeature({"Fps", "Gpu", "Fps"});
-  EXPECT_EQ(meter->mMeterRequests.size(), 2u);
-  EXPECT_EQ(meter->mMeterRequests.max_load_factor(), 1.0f);
+TEST_F(DataCollectionTest, MetersBuiltFromTheDescriptionsAndAnUnconfiguredFpsMeter) {
+  info.meterInfos = {{"Fps", {}}, {"Gpu", {}}, {"Fps", {}}};
+  Make();
+  EXPECT_EQ(meter().mMeterRequests.size(), 2u);
+  EXPECT_EQ(meter().mMeterRequests.max_load_factor(), 1.0f);
 
-  MakeFeature({"Gpu"});
+  info.meterInfos = {{"Gpu", {}}};
+  Make();
   FpsMeter fps("Fps", 60.0f);
   EXPECT_TRUE(Deliver({&fps}));
-  EXPECT_EQ(meter->mMeterRequests.count("Fps"), 1u);  // recorded, never read
-  EXPECT_EQ(meter->mFps.load(), 0.0f);
+  EXPECT_EQ(meter().mMeterRequests.count("Fps"), 1u);  // recorded, never read
+  EXPECT_EQ(meter().mFps.load(), 0.0f);
 }
 
-TEST_F(MetersTest, TheTraceMarkerNeedsTracingAndTheAlwaysTag) {
+TEST_F(DataCollectionTest, TheTraceMarkerNeedsTracingAndTheAlwaysTag) {
+  auto sections = [] {
+    Lines names;
+    for (const gorv::HostEvent& event : env().TraceEvents()) {
+      names.push_back(event.kind == gorv::HostEvent::Kind::TraceBegin ? event.name : "end");
+    }
+    return names;
+  };
   FpsMeter fps("Fps", 60.0f);
   Deliver({&fps});
-  EXPECT_TRUE(TraceSections().empty());
+  EXPECT_TRUE(sections().empty());
 
-  android::base::SetProperty("vendor.debug.trace.gorv", "1");
-  MakeFeature({"Fps"});
+  Make("true", "1");
   EXPECT_FALSE(Deliver({}));
   Deliver({&fps});
-  meter->mMeterRequests.at("Fps") = true;
+  meter().mMeterRequests.at("Fps") = true;
   Deliver({&fps});
-  EXPECT_EQ(TraceSections(), (Lines{"Meters finished, fps = 0.000000 \n", "end",
-                                    "Meters finished, fps = 60.000000 \n", "end"}));
-  gorv::HostEnv::Get().ClearEvents();
-  gorv::HostEnv::Get().SetTraceAlwaysTagEnabled(false);
+  EXPECT_EQ(sections(), (Lines{"Meters finished, fps = 0.000000 \n", "end",
+                               "Meters finished, fps = 60.000000 \n", "end"}));
+  env().ClearEvents();
+  env().SetTraceAlwaysTagEnabled(false);
   Deliver({&fps});
-  EXPECT_TRUE(TraceSections().empty());
+  EXPECT_TRUE(sections().empty());
 }
 
 }  // namespace

@@ -2,102 +2,74 @@
 // writes, the lock rule and the trace counters.
 #include "action/GorvAction.h"
 
-#include <android-base/properties.h>
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <limits>
-#include <memory>
 #include <string>
 #include <vector>
 
 #include "data/GorvDataManager.h"
-#include "feature/GorvFeature.h"
-#include "host/platform/HostEnv.h"
-#include "meter/GorvMetaMeter.h"
+#include "tests/support/FeatureTest.h"
 #include "tests/support/LogCapture.h"
-#include "tests/support/TempSysfsRoot.h"
 
 namespace {
 
-using gorv::HostEnv;
 using gorv::HostEvent;
+using Lines = std::vector<std::string>;
 
 constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
 
-class GorvActionTest : public ::testing::Test {
+class GorvActionTest : public FeatureTest {
  protected:
-  void SetUp() override { MakeFeature(""); }
-
-  void MakeFeature(const std::string& traceProperty) {
-    feature.reset();
-    env().Reset();
-    env().UseVirtualClock();
-    env().SetSysfsRoot(sysfs.path());
-    android::base::SetProperty("ro.vendor.perf.gorv", "true");
-    android::base::SetProperty("vendor.debug.trace.gorv", traceProperty);
-    FeatureInfo info;
-    info.name = "GORV";
-    info.meterInfos = {{"Fps", {}}};
-    feature = std::make_unique<GorvFeature>(info);
-    action = feature->mAction;
-    ASSERT_NE(action, nullptr);
-    env().ClearEvents();
-  }
-
-  static HostEnv& env() { return HostEnv::Get(); }
-
-  // Texts written to the fps node, in order.
-  static std::vector<std::string> FpsWrites() {
-    std::vector<std::string> texts;
-    for (const HostEvent& event : env().NodeWrites()) {
-      if (event.name == GorvFeature::kFpsNode) texts.push_back(event.text);
-    }
-    return texts;
-  }
-
+  GorvAction& action() { return *feature->mAction; }
   void Feed(std::initializer_list<float> samples) {
-    for (float fps : samples) action->UpdateFPSData(fps);
+    for (float fps : samples) action().UpdateFPSData(fps);
   }
-
-  TempSysfsRoot sysfs;
-  std::unique_ptr<GorvFeature> feature;
-  GorvAction* action = nullptr;
+  // The lock calls so far, "acq 1", "rel 1", ...; every acquisition asks
+  // for the same resources.
+  static Lines LockCalls() {
+    Lines calls;
+    for (const HostEvent& call : env().PerfLockCalls()) {
+      bool acquire = call.kind == HostEvent::Kind::PerfLockAcquire;
+      if (acquire) {
+        EXPECT_EQ(call.resources, (std::vector<int32_t>{0x44800000, 1}));
+      }
+      calls.push_back((acquire ? "acq " : "rel ") + std::to_string(call.handle));
+    }
+    return calls;
+  }
 };
 
-TEST_F(GorvActionTest, DetectionTableMapsTheHistoryMaximumToATarget) {
-  struct Case {
-    float fps;
-    const char* written;
-  };
-  const Case cases[] = {{15.0f, "0"},   {15.5f, "20"},  {21.0f, "20"},  {21.5f, "25"}, {26.0f, "25"},
-                        {26.5f, "30"},  {31.0f, "30"},  {31.5f, "35"},  {36.0f, "35"}, {36.5f, "40"},
-                        {45.0f, "40"},  {45.5f, "60"},  {65.0f, "60"},  {65.5f, "90"}, {95.0f, "90"},
-                        {95.5f, "120"}, {125.0f, "120"}, {125.5f, "144"}, {145.0f, "144"},
-                        {145.5f, "0"},  {kNaN, "0"}};
-  for (const Case& c : cases) {
-    action->reset();
+TEST_F(GorvActionTest, DetectionAndRoundOffTablesKeepTheirOwnBounds) {
+  const std::pair<float, const char*> detected[] = {
+      {15.0f, "0"},    {15.5f, "20"},   {21.0f, "20"},   {21.5f, "25"},  {26.0f, "25"},
+      {26.5f, "30"},   {31.0f, "30"},   {31.5f, "35"},   {36.0f, "35"},  {36.5f, "40"},
+      {45.0f, "40"},   {45.5f, "60"},   {65.0f, "60"},   {65.5f, "90"},  {95.0f, "90"},
+      {95.5f, "120"},  {125.0f, "120"}, {125.5f, "144"}, {145.0f, "144"}, {145.5f, "0"},
+      {kNaN, "0"}};
+  for (const auto& [fps, written] : detected) {
+    action().reset();
     env().ClearEvents();
-    action->UpdateFPSData(c.fps);
-    EXPECT_EQ(FpsWrites(), std::vector<std::string>{c.written}) << "fps " << c.fps;
-    EXPECT_EQ(action->DetectGameFPS(0.0f), std::stoi(c.written)) << "fps " << c.fps;
+    action().UpdateFPSData(fps);
+    EXPECT_EQ(FpsWrites(), Lines{written}) << "fps " << fps;
+    EXPECT_EQ(action().DetectGameFPS(0.0f), std::stoi(written)) << "fps " << fps;
+  }
+  const std::pair<float, int> rounded[] = {
+      {25.0f, -1}, {25.5f, 30},   {32.0f, 30},   {32.5f, 40},   {45.0f, 40},
+      {45.5f, 60}, {65.0f, 60},   {95.0f, 90},   {125.0f, 120}, {125.5f, 144},
+      {149.0f, 144}, {149.5f, -1}, {kNaN, -1},   {-30.0f, -1}};
+  for (const auto& [fps, expected] : rounded) {
+    EXPECT_EQ(action().GetRoundOffFps(fps), expected) << "fps " << fps;
   }
 }
 
-TEST_F(GorvActionTest, RoundOffTableKeepsItsOwnBounds) {
-  const std::pair<float, int> cases[] = {{25.0f, -1},   {25.5f, 30},   {32.0f, 30},   {32.5f, 40},
-                                         {45.0f, 40},   {45.5f, 60},   {65.0f, 60},   {95.0f, 90},
-                                         {125.0f, 120}, {125.5f, 144}, {149.0f, 144}, {149.5f, -1},
-                                         {kNaN, -1},    {-30.0f, -1}};
-  for (const auto& [fps, expected] : cases) {
-    EXPECT_EQ(action->GetRoundOffFps(fps), expected) << "fps " << fps;
-  }
-}
-
-TEST_F(GorvActionTest, TargetMovesOnlyWhenTheMaximumLeavesTheBand) {
+TEST_F(GorvActionTest, TargetMovesOnlyWhenTheHistoryMaximumLeavesTheBand) {
+  Feed({0.0f, -3.0f});  // not samples
+  EXPECT_TRUE(action().mFPSList.empty());
   Feed({58, 59, 60});
-  EXPECT_EQ(FpsWrites(), std::vector<std::string>{"60"});
-  EXPECT_FALSE(action->isGameFPSChange(0.0f, 60.0f));
+  EXPECT_EQ(FpsWrites(), Lines{"60"});
+  EXPECT_FALSE(action().isGameFPSChange(0.0f, 60.0f));
 
   // The maximum of the last five drives the target: four 50s keep the 60 in
   // the history; the fifth pushes it out, the maximum leaves the band and
@@ -105,102 +77,72 @@ TEST_F(GorvActionTest, TargetMovesOnlyWhenTheMaximumLeavesTheBand) {
   Feed({50, 50, 50, 50});
   EXPECT_EQ(FpsWrites().size(), 1u);
   Feed({50, 50});
-  EXPECT_EQ(FpsWrites(), (std::vector<std::string>{"60", "60", "60"}));
-  EXPECT_EQ(action->mFPSList.size(), GorvAction::kHistorySize);
+  EXPECT_EQ(FpsWrites(), (Lines{"60", "60", "60"}));
+  EXPECT_EQ(action().mFPSList.size(), GorvAction::kHistorySize);
 
   // A drop to 40 shows after five samples and then stays put.
-  action->reset();
+  action().reset();
   env().ClearEvents();
   Feed({60, 40, 40, 40, 40, 40, 40, 40});
-  EXPECT_EQ(FpsWrites(), (std::vector<std::string>{"60", "40"}));
-  EXPECT_FLOAT_EQ(action->mGameFps, 40.0f);
-}
-
-TEST_F(GorvActionTest, OutOfRangeAndNonPositiveSamples) {
-  Feed({0.0f, -3.0f});
-  EXPECT_TRUE(action->mFPSList.empty());
-  EXPECT_TRUE(FpsWrites().empty());
+  EXPECT_EQ(FpsWrites(), (Lines{"60", "40"}));
+  EXPECT_FLOAT_EQ(action().mGameFps, 40.0f);
 
   // 150 is above every bucket: 0 is written and there is still no target,
   // so the next sample recomputes (and writes) again.
+  action().reset();
+  env().ClearEvents();
   Feed({150, 150});
-  EXPECT_EQ(FpsWrites(), (std::vector<std::string>{"0", "0"}));
-  EXPECT_EQ(action->mGameFps, 0.0f);
-}
-
-TEST_F(GorvActionTest, AnFpsHintOwnsTheNode) {
-  feature->mFpsHintApplied = true;
-  Feed({60});
-  EXPECT_TRUE(FpsWrites().empty());
-  EXPECT_FLOAT_EQ(action->mGameFps, 60.0f);
+  EXPECT_EQ(FpsWrites(), (Lines{"0", "0"}));
+  EXPECT_EQ(action().mGameFps, 0.0f);
 }
 
 TEST_F(GorvActionTest, LockRule) {
-  action->applyAction();
-  action->applyAction();  // a held lock is not taken twice
+  action().applyAction();
+  action().applyAction();  // a held lock is not taken twice
   Feed({60});
-  action->updateAutoPenatly(56.5f);  // 3.5 behind: released
-  EXPECT_EQ(action->mPerfHandle, -1);
-  action->updateAutoPenatly(57.0f);  // 3.0 behind: taken again
-  action->updateAutoPenatly(75.0f);  // ahead of the target: kept
-  EXPECT_EQ(action->mPerfHandle, 2);
+  action().updateAutoPenatly(56.5f);  // 3.5 behind: released
+  EXPECT_EQ(action().mPerfHandle, -1);
+  action().updateAutoPenatly(57.0f);  // 3.0 behind: taken again
+  action().updateAutoPenatly(75.0f);  // ahead of the target: kept
+  EXPECT_EQ(action().mPerfHandle, 2);
 
-  action->removeAction(0);  // not a handle: nothing
-  EXPECT_EQ(action->mPerfHandle, 2);
-  action->mDisabled = true;
-  action->reset();
-  action->applyAction();
+  action().removeAction(0);  // not a handle: nothing
+  EXPECT_EQ(action().mPerfHandle, 2);
+  action().mDisabled = true;
+  action().reset();
+  action().applyAction();
   Feed({60});
-  action->updateAutoPenatly(60.0f);
-  EXPECT_EQ(action->mPerfHandle, -1);
+  action().updateAutoPenatly(60.0f);
+  EXPECT_EQ(action().mPerfHandle, -1);
+  EXPECT_EQ(LockCalls(), (Lines{"acq 1", "rel 1", "acq 2", "rel 2"}));
 
-  const std::vector<int32_t> request = {GorvAction::kPerfResource, 1};
-  std::vector<std::string> calls;
-  for (const HostEvent& call : env().PerfLockCalls()) {
-    bool acquire = call.kind == HostEvent::Kind::PerfLockAcquire;
-    if (acquire) {
-      EXPECT_EQ(call.resources, request);
-    }
-    calls.push_back((acquire ? "acq " : "rel ") + std::to_string(call.handle));
-  }
-  EXPECT_EQ(calls, (std::vector<std::string>{"acq 1", "rel 1", "acq 2", "rel 2"}));
-}
-
-TEST_F(GorvActionTest, AFailedAcquisitionIsNeitherReleasedNorRetried) {
+  // A failed acquisition is neither released nor retried: only a live
+  // handle (1 or more) is ever released or forgotten.
+  env().ClearEvents();
   env().SetPerfLockFailure(true, -22);
-  action->applyAction();
-  EXPECT_EQ(action->mPerfHandle, -22);
-  Feed({60});
-  action->updateAutoPenatly(60.0f);
-  action->updateAutoPenatly(10.0f);
-  // Only a live handle (1 or more) is ever released or forgotten.
-  action->reset();
-  action->removeAction(action->mPerfHandle);
-  action->applyAction();
-  EXPECT_EQ(action->mPerfHandle, -22);
-  EXPECT_EQ(env().PerfLockCalls().size(), 1u);
-}
-
-TEST_F(GorvActionTest, DestructionReleasesAHeldLock) {
-  action->applyAction();
-  feature.reset();
-  EXPECT_TRUE(env().HeldPerfLocks().empty());
-  ASSERT_EQ(env().PerfLockCalls().size(), 2u);
-  EXPECT_EQ(env().PerfLockCalls()[1].kind, HostEvent::Kind::PerfLockRelease);
+  action().mDisabled = false;
+  action().applyAction();
+  EXPECT_EQ(action().mPerfHandle, -22);
+  action().updateAutoPenatly(60.0f);
+  action().updateAutoPenatly(10.0f);
+  action().reset();
+  action().removeAction(action().mPerfHandle);
+  action().applyAction();
+  EXPECT_EQ(action().mPerfHandle, -22);
+  EXPECT_EQ(LockCalls(), Lines{"acq -22"});
 }
 
 TEST_F(GorvActionTest, TraceCountersFollowThePropertyAndTheAlwaysTag) {
   Feed({60});
   EXPECT_TRUE(env().TraceEvents().empty());
 
-  MakeFeature("1");
+  Make("true", "1");
   Feed({58.5f, 59.0f});
-  std::vector<std::string> counters;
+  Lines counters;
   for (const HostEvent& event : env().TraceEvents()) {
     counters.push_back(event.name + "=" + std::to_string(event.value));
   }
-  EXPECT_EQ(counters, (std::vector<std::string>{"mFPSList=59", "Game FPS=60", "mFPSList=59",
-                                                "Game FPS=60"}));
+  EXPECT_EQ(counters, (Lines{"mFPSList=59", "Game FPS=60", "mFPSList=59", "Game FPS=60"}));
 
   env().ClearEvents();
   env().SetTraceAlwaysTagEnabled(false);
@@ -209,35 +151,32 @@ TEST_F(GorvActionTest, TraceCountersFollowThePropertyAndTheAlwaysTag) {
 }
 
 TEST_F(GorvActionTest, AnalyseProfilesAveragesTheQueueAndAppliesTheRule) {
-  GorvMetaMeter* meter = static_cast<GorvMetaMeter*>(feature->metaMeter);
   GorvDataManager* data = feature->mDataManager;
-  meter->mFps = 60.0f;
-  data->collectFPS(nullptr);
-  meter->mFps = 59.0f;
-  data->collectFPS(nullptr);
-  action->analyseProfiles(nullptr);
-  EXPECT_EQ(FpsWrites(), std::vector<std::string>{"60"});
-  EXPECT_EQ(action->mPerfHandle, 1);
+  for (float fps : {60.0f, 59.0f}) {
+    meter().mFps = fps;
+    data->collectFPS(nullptr);
+  }
+  action().analyseProfiles(nullptr);
+  EXPECT_EQ(FpsWrites(), Lines{"60"});
+  EXPECT_EQ(action().mPerfHandle, 1);
 
   LogCapture logs;
   data->mDataElems[FPS].minInterval = 400;  // finer than the row allows: refused
-  action->analyseProfiles(nullptr);
+  action().analyseProfiles(nullptr);
   data->mDataElems[FPS].processData = nullptr;
   data->mDataElems[FPS].minInterval = 200;
-  action->analyseProfiles(nullptr);
-  EXPECT_EQ(logs.Messages(), (std::vector<std::string>{
-                                 "GORV_ACTION: analyseProfiles() N: FPS unavailable\n",
-                                 "GORV_ACTION: analyseProfiles() N: Collect Data, ap- exception "
-                                 "bad_function_call\n"}));
-  EXPECT_EQ(action->mPerfHandle, 1);
-  EXPECT_FLOAT_EQ(action->mGameFps, 60.0f);
+  action().analyseProfiles(nullptr);
+  EXPECT_EQ(logs.Messages(),
+            (Lines{"GORV_ACTION: analyseProfiles() N: FPS unavailable\n",
+                   "GORV_ACTION: analyseProfiles() N: Collect Data, ap- exception "
+                   "bad_function_call\n"}));
+  EXPECT_EQ(action().mPerfHandle, 1);
+  EXPECT_FLOAT_EQ(action().mGameFps, 60.0f);
 }
 
 TEST_F(GorvActionTest, AnActionWithoutComponentsIsInert) {
-  android::base::SetProperty("ro.vendor.perf.gorv", "false");
-  FeatureInfo info;
-  GorvFeature disabled(info);
-  GorvAction inert(disabled);
+  Make("false");
+  GorvAction inert(*feature);
   EXPECT_EQ(inert.mDataManager, nullptr);
   inert.UpdateFPSData(60.0f);
   inert.analyseProfiles(nullptr);

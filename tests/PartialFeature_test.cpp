@@ -22,7 +22,7 @@
 #include "host/platform/HostEnv.h"
 #include "tests/support/GameWorld.h"
 #include "tests/support/LogCapture.h"
-#include "tests/support/NothrowFailure.h"
+#include "tests/support/AllocationFault.h"
 
 namespace {
 
@@ -51,7 +51,7 @@ Outcome Session(int failAt) {
   std::string error;
   Outcome outcome;
 
-  ArmNothrowFailure(failAt);
+  ArmAllocationFailure(failAt);
   Feature* feature = PluginLoader::Create("GORV", GameWorld::Info(), &error);
   runner.Adopt(feature);
   outcome.created = feature != nullptr;
@@ -71,8 +71,8 @@ Outcome Session(int failAt) {
   runner.RunUntil(3500);
   runner.DestroyFeature();
 
-  outcome.nothrowAllocations = NothrowAllocations();
-  ArmNothrowFailure(0);
+  outcome.nothrowAllocations = CountedAllocations();
+  CountAllocations(false);
   outcome.effects = GameWorld::Effects();
   outcome.logs = logs.Messages();
   outcome.locksHeld = gorv::HostEnv::Get().HeldPerfLocks();

@@ -4,11 +4,11 @@
 
 #include <filesystem>
 #include <memory>
-#include <new>
 #include <string>
 
 #include "framework/Feature.h"
 #include "host/framework/PluginLoader.h"
+#include "tests/support/AllocationFault.h"
 #include "tests/support/GameWorld.h"
 #include "tests/support/LogCapture.h"
 
@@ -17,22 +17,6 @@
 // one-definition check would report.
 // NOLINTNEXTLINE(bugprone-reserved-identifier): the name AddressSanitizer looks up
 extern "C" const char* __asan_default_options() { return "detect_odr_violation=0"; }
-
-namespace {
-
-// Fails every non-throwing allocation while set.
-bool gFailNothrow = false;
-
-}  // namespace
-
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-  if (gFailNothrow) return nullptr;
-  try {
-    return ::operator new(size);
-  } catch (...) {
-    return nullptr;
-  }
-}
 
 namespace {
 
@@ -91,10 +75,10 @@ TEST(RegistrationTest, LoadingRegistersGorvBesideOtherPluginsAndTheFirstFactoryW
   EXPECT_EQ(feature->periodicInterval.load(), 200);
 
   // Without memory the factory returns null and throws nothing.
-  gFailNothrow = true;
+  ArmAllocationFailure(-1);
   Feature* none = nullptr;
   EXPECT_NO_THROW(none = first(GameWorld::Info()));
-  gFailNothrow = false;
+  CountAllocations(false);
   EXPECT_EQ(none, nullptr);
 }
 
@@ -106,9 +90,9 @@ TEST(RegistrationTest, AMapThatCannotBeMadeLeavesGorvUnregistered) {
   }
   LogCapture logs;
   std::string error;
-  gFailNothrow = true;
+  ArmAllocationFailure(-1);
   bool loaded = PluginLoader::Load(CopyOfPlugin("libgorv-nomap.so"), &error);
-  gFailNothrow = false;
+  CountAllocations(false);
   EXPECT_TRUE(loaded) << error;
   EXPECT_EQ(FeatureRegistry::classList, nullptr);
   EXPECT_EQ(logs.Messages(),

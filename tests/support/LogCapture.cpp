@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cctype>
+#include <cstring>
 
 namespace {
 std::atomic<LogCapture*> gActive{nullptr};
@@ -14,7 +15,11 @@ void CaptureLine(int priority, const char* tag, const char* message) {
   if (capture == nullptr) return;
   std::lock_guard<std::mutex> lock(capture->mMutex);
   try {
-    capture->mLines.push_back({priority, tag ? tag : "", message ? message : ""});
+    std::string text = LogCapture::MaskLine(message ? message : "");
+    if (priority != ANDROID_LOG_ERROR || tag == nullptr || std::strcmp(tag, "ANDR-PERF-LM") != 0) {
+      text = "[" + std::to_string(priority) + " " + (tag ? tag : "") + "] " + text;
+    }
+    capture->mMessages.push_back(text);
   } catch (...) {
     // A logger must never throw into liblog; a line lost to a failed
     // allocation is lost.
@@ -38,19 +43,13 @@ LogCapture::~LogCapture() {
 }
 
 std::vector<std::string> LogCapture::Messages() const {
-  std::vector<std::string> messages;
-  for (const Line& line : Lines()) messages.push_back(MaskLine(line.message));
-  return messages;
-}
-
-std::vector<LogCapture::Line> LogCapture::Lines() const {
   std::lock_guard<std::mutex> lock(mMutex);
-  return mLines;
+  return mMessages;
 }
 
 void LogCapture::Clear() {
   std::lock_guard<std::mutex> lock(mMutex);
-  mLines.clear();
+  mMessages.clear();
 }
 
 std::string LogCapture::MaskLine(const std::string& message) {

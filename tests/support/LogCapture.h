@@ -1,8 +1,10 @@
 // Captures the Android log lines written while it is alive, through liblog's
 // __android_log_set_logger. Messages() returns whole texts with the source
 // line of the "<tag>: <function>() <line>: " prefix replaced by "N", so a test
-// compares the complete message without pinning line numbers. Thread-safe;
-// one capture at a time.
+// compares the complete message without pinning line numbers. A line not
+// logged at error priority under the plug-in's tag "ANDR-PERF-LM" comes with
+// its priority and tag in front ("[4 other] text"), so that a comparison
+// pins those too. Thread-safe; one capture at a time.
 #pragma once
 
 #include <mutex>
@@ -11,17 +13,10 @@
 
 class LogCapture {
  public:
-  struct Line {
-    int priority;
-    std::string tag;
-    std::string message;  // as written, line number included
-  };
-
   LogCapture();
   ~LogCapture();  // restores liblog's stderr logger
 
   std::vector<std::string> Messages() const;  // line numbers masked as "N"
-  std::vector<Line> Lines() const;
   void Clear();
 
   // "X: f() 123: text" -> "X: f() N: text"; "f() 12: text" -> "f() N: text".
@@ -30,5 +25,5 @@ class LogCapture {
  private:
   friend void CaptureLine(int priority, const char* tag, const char* message);
   mutable std::mutex mMutex;
-  std::vector<Line> mLines;
+  std::vector<std::string> mMessages;
 };
