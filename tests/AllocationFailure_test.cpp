@@ -16,12 +16,11 @@
 #include "host/framework/HostLocator.h"
 #include "host/framework/HostProcesses.h"
 #include "host/framework/MeterService.h"
-#include "meter/GorvMetaMeter.h"
 #include "host/platform/HostEnv.h"
+#include "meter/GorvMetaMeter.h"
 #include "tests/support/AllocationFault.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/TempSysfsRoot.h"
-
 
 namespace {
 

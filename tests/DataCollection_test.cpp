@@ -48,7 +48,9 @@ TEST_F(DataCollectionTest, ConsumersTightenTheRowUntilItIsRegistered) {
   EXPECT_EQ(row.name, "Fps");
   EXPECT_EQ(data->registerDataElem(0, 0, 400), -1);
   EXPECT_EQ(data->registerDataElem(0, 200, 0), -1);
-  auto limits = [&row] { return std::vector<int>{row.minInterval, row.maxInterval, row.queueSize}; };
+  auto limits = [&row] {
+    return std::vector<int>{row.minInterval, row.maxInterval, row.queueSize};
+  };
   EXPECT_EQ(data->registerDataElem(0, 200, 400), 0);
   EXPECT_EQ(limits(), (std::vector<int>{200, 400, 2}));
   EXPECT_EQ(data->registerDataElem(0, 100, 400), 0);
@@ -132,8 +134,9 @@ TEST_F(DataCollectionTest, AManagerWithoutAMeterHasAnEmptyRow) {
   LogCapture logs;
   empty.collectFPS(nullptr);
   empty.collectTrigger(nullptr);
-  EXPECT_EQ(logs.Messages(), (Lines{"GORV_DATAMGR: collectFPS() N: mMetaMeter not available\n ",
-                                    "GORV_DATAMGR: collectTrigger() N: mMetaMeter not available\n "}));
+  EXPECT_EQ(logs.Messages(),
+            (Lines{"GORV_DATAMGR: collectFPS() N: mMetaMeter not available\n ",
+                   "GORV_DATAMGR: collectTrigger() N: mMetaMeter not available\n "}));
   EXPECT_TRUE(empty.mFpsQueue.empty());
 }
 

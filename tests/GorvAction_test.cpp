@@ -43,10 +43,10 @@ class GorvActionTest : public FeatureTest {
 
 TEST_F(GorvActionTest, DetectionAndRoundOffTablesKeepTheirOwnBounds) {
   const std::pair<float, const char*> detected[] = {
-      {15.0f, "0"},    {15.5f, "20"},   {21.0f, "20"},   {21.5f, "25"},  {26.0f, "25"},
-      {26.5f, "30"},   {31.0f, "30"},   {31.5f, "35"},   {36.0f, "35"},  {36.5f, "40"},
-      {45.0f, "40"},   {45.5f, "60"},   {65.0f, "60"},   {65.5f, "90"},  {95.0f, "90"},
-      {95.5f, "120"},  {125.0f, "120"}, {125.5f, "144"}, {145.0f, "144"}, {145.5f, "0"},
+      {15.0f, "0"},   {15.5f, "20"},   {21.0f, "20"},   {21.5f, "25"},   {26.0f, "25"},
+      {26.5f, "30"},  {31.0f, "30"},   {31.5f, "35"},   {36.0f, "35"},   {36.5f, "40"},
+      {45.0f, "40"},  {45.5f, "60"},   {65.0f, "60"},   {65.5f, "90"},   {95.0f, "90"},
+      {95.5f, "120"}, {125.0f, "120"}, {125.5f, "144"}, {145.0f, "144"}, {145.5f, "0"},
       {kNaN, "0"}};
   for (const auto& [fps, written] : detected) {
     action().reset();
@@ -56,9 +56,9 @@ TEST_F(GorvActionTest, DetectionAndRoundOffTablesKeepTheirOwnBounds) {
     EXPECT_EQ(action().DetectGameFPS(0.0f), std::stoi(written)) << "fps " << fps;
   }
   const std::pair<float, int> rounded[] = {
-      {25.0f, -1}, {25.5f, 30},   {32.0f, 30},   {32.5f, 40},   {45.0f, 40},
-      {45.5f, 60}, {65.0f, 60},   {95.0f, 90},   {125.0f, 120}, {125.5f, 144},
-      {149.0f, 144}, {149.5f, -1}, {kNaN, -1},   {-30.0f, -1}};
+      {25.0f, -1},   {25.5f, 30},  {32.0f, 30}, {32.5f, 40},   {45.0f, 40},
+      {45.5f, 60},   {65.0f, 60},  {95.0f, 90}, {125.0f, 120}, {125.5f, 144},
+      {149.0f, 144}, {149.5f, -1}, {kNaN, -1},  {-30.0f, -1}};
   for (const auto& [fps, expected] : rounded) {
     EXPECT_EQ(action().GetRoundOffFps(fps), expected) << "fps " << fps;
   }
@@ -166,10 +166,9 @@ TEST_F(GorvActionTest, AnalyseProfilesAveragesTheQueueAndAppliesTheRule) {
   data->mDataElems[FPS].processData = nullptr;
   data->mDataElems[FPS].minInterval = 200;
   action().analyseProfiles(nullptr);
-  EXPECT_EQ(logs.Messages(),
-            (Lines{"GORV_ACTION: analyseProfiles() N: FPS unavailable\n",
-                   "GORV_ACTION: analyseProfiles() N: Collect Data, ap- exception "
-                   "bad_function_call\n"}));
+  EXPECT_EQ(logs.Messages(), (Lines{"GORV_ACTION: analyseProfiles() N: FPS unavailable\n",
+                                    "GORV_ACTION: analyseProfiles() N: Collect Data, ap- exception "
+                                    "bad_function_call\n"}));
   EXPECT_EQ(action().mPerfHandle, 1);
   EXPECT_FLOAT_EQ(action().mGameFps, 60.0f);
 }

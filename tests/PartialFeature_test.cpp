@@ -20,9 +20,9 @@
 #include "host/framework/PluginLoader.h"
 #include "host/framework/SteppedRunner.h"
 #include "host/platform/HostEnv.h"
+#include "tests/support/AllocationFault.h"
 #include "tests/support/GameWorld.h"
 #include "tests/support/LogCapture.h"
-#include "tests/support/AllocationFault.h"
 
 namespace {
 

@@ -95,9 +95,10 @@ TEST(RegistrationTest, AMapThatCannotBeMadeLeavesGorvUnregistered) {
   CountAllocations(false);
   EXPECT_TRUE(loaded) << error;
   EXPECT_EQ(FeatureRegistry::classList, nullptr);
-  EXPECT_EQ(logs.Messages(),
-            std::vector<std::string>{
-                "FeatureRegistry: Registry() N: getMap() returned nullptr, Class GORV not registered"});
+  EXPECT_EQ(
+      logs.Messages(),
+      std::vector<std::string>{
+          "FeatureRegistry: Registry() N: getMap() returned nullptr, Class GORV not registered"});
   std::lock_guard<std::mutex> lock(FeatureRegistry::mMutex);
   FeatureRegistry::classList = saved;
 }
