@@ -1,17 +1,25 @@
 // The application-state table on real SQLite files: names and paths, the
 // statements a flush runs, insert and update, the bindings that stick, the
-// where clauses, and what the destructor reports.
+// where clauses, what the destructor reports; and the table under faults:
+// write errors and a full disk injected through a VFS (as SQLite's own tests
+// do), processes killed in the middle of flushes, and producers queuing
+// while another thread flushes.
 #include "db/LMDatabase.h"
 
 #include <gtest/gtest.h>
+#include <signal.h>  // NOLINT(modernize-deprecated-headers): POSIX kill()
 #include <sqlite3.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
-#include <cstdlib>
+#include <atomic>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <memory>
+#include <random>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "tests/support/LogCapture.h"
@@ -19,6 +27,70 @@
 namespace {
 
 using Lines = std::vector<std::string>;
+
+// A VFS over the default one whose files fail their writes with gWriteFault
+// while it is not SQLITE_OK. Each file wraps one of the default VFS.
+std::atomic<int> gWriteFault{SQLITE_OK};
+sqlite3_vfs* gRealVfs = nullptr;
+
+struct FaultFile {
+  sqlite3_file base;
+  sqlite3_file* real;
+};
+
+template <auto kMethod, typename... Args>
+auto Forward(sqlite3_file* file, Args... args) {
+  sqlite3_file* real = reinterpret_cast<FaultFile*>(file)->real;
+  return (real->pMethods->*kMethod)(real, args...);
+}
+
+int FaultWrite(sqlite3_file* file, const void* data, int size, sqlite3_int64 offset) {
+  int fault = gWriteFault.load();
+  if (fault != SQLITE_OK) return fault;
+  return Forward<&sqlite3_io_methods::xWrite>(file, data, size, offset);
+}
+
+using M = sqlite3_io_methods;
+const sqlite3_io_methods kFaultMethods = {2,
+                                          Forward<&M::xClose>,
+                                          Forward<&M::xRead>,
+                                          FaultWrite,
+                                          Forward<&M::xTruncate>,
+                                          Forward<&M::xSync>,
+                                          Forward<&M::xFileSize>,
+                                          Forward<&M::xLock>,
+                                          Forward<&M::xUnlock>,
+                                          Forward<&M::xCheckReservedLock>,
+                                          Forward<&M::xFileControl>,
+                                          Forward<&M::xSectorSize>,
+                                          Forward<&M::xDeviceCharacteristics>,
+                                          Forward<&M::xShmMap>,
+                                          Forward<&M::xShmLock>,
+                                          Forward<&M::xShmBarrier>,
+                                          Forward<&M::xShmUnmap>,
+                                          nullptr,
+                                          nullptr};
+
+int FaultOpen(sqlite3_vfs*, const char* name, sqlite3_file* file, int flags, int* outFlags) {
+  auto* fault = reinterpret_cast<FaultFile*>(file);
+  fault->real = reinterpret_cast<sqlite3_file*>(fault + 1);
+  int rc = gRealVfs->xOpen(gRealVfs, name, fault->real, flags, outFlags);
+  fault->base.pMethods = fault->real->pMethods != nullptr ? &kFaultMethods : nullptr;
+  return rc;
+}
+
+sqlite3_vfs* FaultVfs() {
+  static sqlite3_vfs vfs = [] {
+    gRealVfs = sqlite3_vfs_find(nullptr);
+    sqlite3_vfs copy = *gRealVfs;
+    copy.iVersion = 1;  // no syscall overrides
+    copy.szOsFile = static_cast<int>(sizeof(FaultFile)) + gRealVfs->szOsFile;
+    copy.zName = "fault";
+    copy.xOpen = FaultOpen;
+    return copy;
+  }();
+  return &vfs;
+}
 
 std::unique_ptr<AppState> Row(int64_t rowid, int32_t intcol1, std::string appName,
                               std::string rsvdName = "") {
@@ -31,16 +103,18 @@ std::unique_ptr<AppState> Row(int64_t rowid, int32_t intcol1, std::string appNam
   return row;
 }
 
-// Rows of a table as "rowid|intcol1|appName|rsvdName|blob bytes".
-Lines Select(sqlite3* db, const std::string& table) {
+void QueueBatch(LMDatabase<AppState>& db, const std::string& batch, int rows) {
+  for (int i = 0; i < rows; ++i) db.queueRow(Row(0, i, batch + "-" + std::to_string(i)));
+}
+
+// The rows `sql` returns, columns joined with "|", NULL as "NULL".
+Lines Select(sqlite3* db, const std::string& sql) {
   Lines rows;
   sqlite3_stmt* statement = nullptr;
-  std::string sql = "SELECT rowid, intcol1, appName, rsvdName, length(blob) FROM " + table +
-                    " ORDER BY rowid";
-  EXPECT_EQ(sqlite3_prepare_v2(db, sql.c_str(), -1, &statement, nullptr), SQLITE_OK);
+  EXPECT_EQ(sqlite3_prepare_v2(db, sql.c_str(), -1, &statement, nullptr), SQLITE_OK) << sql;
   while (sqlite3_step(statement) == SQLITE_ROW) {
     std::string row;
-    for (int column = 0; column < 5; ++column) {
+    for (int column = 0; column < sqlite3_column_count(statement); ++column) {
       const unsigned char* text = sqlite3_column_text(statement, column);
       row += (column ? "|" : "") + std::string(text ? reinterpret_cast<const char*>(text) : "NULL");
     }
@@ -49,6 +123,23 @@ Lines Select(sqlite3* db, const std::string& table) {
   sqlite3_finalize(statement);
   return rows;
 }
+
+std::string One(sqlite3* db, const std::string& sql) {
+  Lines rows = Select(db, sql);
+  return rows.empty() ? "" : rows[0];
+}
+
+// Opens `path` on its own connection and answers `sql`.
+std::string Ask(const std::string& path, const std::string& sql) {
+  sqlite3* db = nullptr;
+  sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE, nullptr);
+  std::string value = One(db, sql);
+  sqlite3_close(db);
+  return value;
+}
+
+constexpr const char* kAllRows =
+    "SELECT rowid, intcol1, appName, rsvdName, length(blob) FROM apps ORDER BY rowid";
 
 // Records the statements the connection runs.
 class StatementTrace {
@@ -82,9 +173,15 @@ class LMDatabaseTest : public ::testing::Test {
     std::string pattern = (std::filesystem::temp_directory_path() / "gorv-db-XXXXXX").string();
     ASSERT_NE(mkdtemp(pattern.data()), nullptr);
     dir = pattern + "/";
+    path = dir + "apps.db";
   }
-  void TearDown() override { std::filesystem::remove_all(dir); }
+  void TearDown() override {
+    gWriteFault = SQLITE_OK;
+    sqlite3_vfs_unregister(FaultVfs());
+    std::filesystem::remove_all(dir);
+  }
   std::string dir;
+  std::string path;
 };
 
 TEST_F(LMDatabaseTest, NamesAndPaths) {
@@ -93,11 +190,7 @@ TEST_F(LMDatabaseTest, NamesAndPaths) {
     LMDatabase<AppState> memory("apps", dir, "");
     ASSERT_EQ(memory.LMDatabaseInit(), 0);
     EXPECT_STREQ(sqlite3_db_filename(memory.connection(), "main"), "");
-    sqlite3_stmt* statement = nullptr;
-    sqlite3_prepare_v2(memory.connection(), "PRAGMA journal_mode", -1, &statement, nullptr);
-    ASSERT_EQ(sqlite3_step(statement), SQLITE_ROW);
-    EXPECT_STREQ(reinterpret_cast<const char*>(sqlite3_column_text(statement, 0)), "memory");
-    sqlite3_finalize(statement);
+    EXPECT_EQ(One(memory.connection(), "PRAGMA journal_mode"), "memory");
   }
   EXPECT_TRUE(std::filesystem::is_empty(dir));
 
@@ -123,12 +216,13 @@ TEST_F(LMDatabaseTest, AFlushRunsOneTransactionWithTheTableStatements) {
   db.queueRow(Row(0, 1, "a.game"));
   db.queueRow(Row(1, 2, "a.game", "renamed"));
   EXPECT_EQ(db.writeCachedDRToDisk(), 0);
-  EXPECT_EQ(trace.statements,
-            (Lines{"BEGIN IMMEDIATE TRANSACTION;",
-                   "INSERT INTO apps(intcol1, appName, rsvdName, blob) VALUES (?,?,?,?)",
-                   "UPDATE apps SET (intcol1, appName, rsvdName, blob) = (?,?,?,?) WHERE (rowid) = (?)",
-                   "COMMIT TRANSACTION;"}));
-  EXPECT_EQ(Select(db.connection(), "apps"), Lines{"1|2|a.game|renamed|4"});
+  EXPECT_EQ(
+      trace.statements,
+      (Lines{"BEGIN IMMEDIATE TRANSACTION;",
+             "INSERT INTO apps(intcol1, appName, rsvdName, blob) VALUES (?,?,?,?)",
+             "UPDATE apps SET (intcol1, appName, rsvdName, blob) = (?,?,?,?) WHERE (rowid) = (?)",
+             "COMMIT TRANSACTION;"}));
+  EXPECT_EQ(Select(db.connection(), kAllRows), Lines{"1|2|a.game|renamed|4"});
   EXPECT_EQ(db.cachedRows(), 0u);
 }
 
@@ -147,18 +241,16 @@ TEST_F(LMDatabaseTest, RowIdsAreNarrowedAndSkippedParametersKeepTheirLastBinding
   ASSERT_EQ(db.writeCachedDRToDisk(), 0);
   EXPECT_EQ(logs.Messages(), (Lines{"writeCachedDRToDisk() N: sql:ERROR:Dbt=apps info=19\n",
                                     "writeCachedDRToDisk() N: sql:ERROR:Dbt=apps info=19\n"}));
-  EXPECT_EQ(Select(db.connection(), "apps"),
-            (Lines{"1|NULL|first|NULL|4", "2|5|first|NULL|4", "3|6|second|NULL|4",
-                   "4|6|second|NULL|4"}));
+  EXPECT_EQ(Select(db.connection(), kAllRows), (Lines{"1|NULL|first|NULL|4", "2|5|first|NULL|4",
+                                                      "3|6|second|NULL|4", "4|6|second|NULL|4"}));
 
   // The statements are prepared anew for each flush: the bindings start as
   // NULL again. A row id above 32 bits reaches SQLite as its low half.
   db.queueRow(Row((int64_t{1} << 32) + 2, 9, "updated"));
   db.queueRow(Row(3, 2147483647, "", "kept"));  // intcol1 and appName as the update before
   ASSERT_EQ(db.writeCachedDRToDisk(), 0);
-  EXPECT_EQ(Select(db.connection(), "apps"),
-            (Lines{"1|NULL|first|NULL|4", "2|9|updated|NULL|4", "3|9|updated|kept|4",
-                   "4|6|second|NULL|4"}));
+  EXPECT_EQ(Select(db.connection(), kAllRows), (Lines{"1|NULL|first|NULL|4", "2|9|updated|NULL|4",
+                                                      "3|9|updated|kept|4", "4|6|second|NULL|4"}));
 }
 
 TEST_F(LMDatabaseTest, WhereClauses) {
@@ -170,7 +262,8 @@ TEST_F(LMDatabaseTest, WhereClauses) {
     return query;
   };
   EXPECT_EQ(clause(3, "a.b", ""), "SELECT * FROM apps WHERE (appName,intcol1) = ('a.b',3) ");
-  EXPECT_EQ(clause(2147483647, "x", "y"), "SELECT * FROM apps WHERE (appName,rsvdName) = ('x','y') ");
+  EXPECT_EQ(clause(2147483647, "x", "y"),
+            "SELECT * FROM apps WHERE (appName,rsvdName) = ('x','y') ");
   EXPECT_EQ(clause(0, "", ""), "SELECT * FROM apps WHERE (intcol1) = (0) ");
   EXPECT_EQ(clause(-4, "", "r"), "SELECT * FROM apps WHERE (rsvdName,intcol1) = ('r',-4) ");
   EXPECT_EQ(clause(2147483647, "", ""), "SELECT * FROM apps ");
@@ -200,10 +293,7 @@ TEST_F(LMDatabaseTest, DestructionFlushesAndReportsRowsQueuedDuringThatFlush) {
   }
   EXPECT_EQ(logs.Messages(),
             Lines{"LMDB: ~LMDBDataTable() N: ERROR:Dbt=apps blstSz=0, clstSz=1\n"});
-  sqlite3* reopened = nullptr;
-  ASSERT_EQ(sqlite3_open((dir + "apps.db").c_str(), &reopened), SQLITE_OK);
-  EXPECT_EQ(Select(reopened, "apps"), Lines{"1|1|queued.before|NULL|4"});
-  sqlite3_close(reopened);
+  EXPECT_EQ(Ask(path, kAllRows), "1|1|queued.before|NULL|4");
 }
 
 TEST_F(LMDatabaseTest, FilesThatCannotBeUsed) {
@@ -220,6 +310,99 @@ TEST_F(LMDatabaseTest, FilesThatCannotBeUsed) {
   EXPECT_EQ(logs.Messages(),
             (Lines{"openLMdb() N: sql:ERROR:Dbt=" + dir + "text.db info=file is not a database\n",
                    "createLMdbTables() N: ERROR:Dbt=apps info=file is not a database\n"}));
+}
+
+TEST_F(LMDatabaseTest, AFailedWriteLosesTheFlushWholeAndTheNextOneLands) {
+  ASSERT_EQ(sqlite3_vfs_register(FaultVfs(), 1), SQLITE_OK);
+  for (auto [fault, text] : {std::pair{SQLITE_IOERR_WRITE, "disk I/O error"},
+                             std::pair{SQLITE_FULL, "database or disk is full"}}) {
+    std::filesystem::remove(path);
+    LMDatabase<AppState> db("apps", dir, "apps.db");
+    ASSERT_EQ(db.LMDatabaseInit(), 0);
+    QueueBatch(db, "before", 3);
+    ASSERT_EQ(db.writeCachedDRToDisk(), 0);
+
+    LogCapture logs;
+    QueueBatch(db, "failed", 5);
+    gWriteFault = fault;
+    db.writeCachedDRToDisk();
+    gWriteFault = SQLITE_OK;
+    Lines messages = logs.Messages();
+    ASSERT_FALSE(messages.empty());
+    EXPECT_EQ(messages[0],
+              std::string("writeCachedDRToDisk() N: sql:ERROR:Dbt=apps info=") + text + "\n");
+    for (const std::string& message : messages) {
+      EXPECT_EQ(message.rfind("writeCachedDRToDisk() N: sql:ERROR:Dbt=apps info=", 0), 0u)
+          << message;
+    }
+    EXPECT_EQ(db.cachedRows(), 0u);  // consumed, not retried
+
+    QueueBatch(db, "after", 4);
+    ASSERT_EQ(db.writeCachedDRToDisk(), 0);
+    EXPECT_EQ(One(db.connection(), "PRAGMA integrity_check"), "ok");
+    EXPECT_EQ(One(db.connection(), "SELECT count(*) FROM apps WHERE appName LIKE 'failed-%'"), "0");
+    EXPECT_EQ(One(db.connection(), "SELECT count(*) FROM apps"), "7");
+  }
+  EXPECT_EQ(Ask(path, "PRAGMA integrity_check"), "ok");
+}
+
+TEST_F(LMDatabaseTest, KilledMidFlushTheFileStaysWholeAndHoldsWholeBatches) {
+  constexpr int kBatch = 10;
+  std::mt19937 random(42);
+  for (int kill = 0; kill < 25; ++kill) {
+    int ready[2];
+    ASSERT_EQ(pipe(ready), 0);
+    pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+      LMDatabase<AppState> db("apps", dir, "apps.db");
+      if (db.LMDatabaseInit() != 0) _exit(3);
+      for (int batch = 0;; ++batch) {
+        QueueBatch(db, std::to_string(kill) + "." + std::to_string(batch), kBatch);
+        db.writeCachedDRToDisk();
+        if (batch == 0 && write(ready[1], "x", 1) != 1) _exit(4);
+      }
+    }
+    char byte;
+    ASSERT_EQ(read(ready[0], &byte, 1), 1);
+    // A crash test kills at arbitrary moments: a short random delay spreads
+    // the kills over the child's flushes.
+    usleep(random() % 20000);
+    ::kill(child, SIGKILL);
+    int status = 0;
+    waitpid(child, &status, 0);
+    close(ready[0]);
+    close(ready[1]);
+    ASSERT_TRUE(WIFSIGNALED(status));
+    ASSERT_EQ(Ask(path, "PRAGMA integrity_check"), "ok") << "after kill " << kill;
+    int rows = std::stoi(Ask(path, "SELECT count(*) FROM apps"));
+    EXPECT_EQ(rows % kBatch, 0) << "after kill " << kill;
+  }
+}
+
+TEST_F(LMDatabaseTest, RowsQueuedWhileFlushingAreWrittenExactlyOnce) {
+  constexpr int kProducers = 4;
+  constexpr int kRows = 2500;
+  LMDatabase<AppState> db("apps", dir, "apps.db");
+  ASSERT_EQ(db.LMDatabaseInit(), 0);
+  std::atomic<int> running{kProducers};
+  std::vector<std::thread> producers;
+  producers.reserve(kProducers);
+  for (int p = 0; p < kProducers; ++p) {
+    producers.emplace_back([&db, &running, p] {
+      QueueBatch(db, "producer" + std::to_string(p), kRows);
+      --running;
+    });
+  }
+  std::thread flusher([&db, &running] {
+    while (running > 0) db.writeCachedDRToDisk();
+  });
+  for (std::thread& producer : producers) producer.join();
+  flusher.join();
+  ASSERT_EQ(db.writeCachedDRToDisk(), 0);
+  EXPECT_EQ(One(db.connection(), "SELECT count(*) FROM apps"), std::to_string(kProducers * kRows));
+  EXPECT_EQ(One(db.connection(), "SELECT count(DISTINCT appName) FROM apps"),
+            std::to_string(kProducers * kRows));
 }
 
 }  // namespace
