@@ -103,6 +103,7 @@ TEST_F(GorvActionTest, LockRule) {
   action().updateAutoPenatly(56.5f);  // 3.5 behind: released
   EXPECT_EQ(action().mPerfHandle, -1);
   action().updateAutoPenatly(57.0f);  // 3.0 behind: taken again
+  EXPECT_EQ(action().mPerfHandle, 2);
   action().updateAutoPenatly(75.0f);  // ahead of the target: kept
   EXPECT_EQ(action().mPerfHandle, 2);
 

@@ -296,6 +296,9 @@ TEST_F(HostFrameworkTest, MeterServicesLocatorAndProcesses) {
   EXPECT_THROW(locator.getData(classifier, game, out, 0), std::runtime_error);
   locator.SetFailure(HostLocator::Failure::OtherException);
   EXPECT_THROW(locator.getData(classifier, game, out, 0), int);
+  locator.Clear();  // no classes, no failure
+  locator.getData(classifier, game, out, 0);
+  EXPECT_EQ(out.value, 0);
   EXPECT_EQ(feature->locator, &locator);
   HostLocator::SetCurrent(nullptr);
   EXPECT_EQ(ProbeFeature(ProbeInfo(), mLog).locator, nullptr);
@@ -315,6 +318,7 @@ TEST_F(HostFrameworkTest, MeterServicesLocatorAndProcesses) {
   process("40", "");
   EXPECT_EQ(HostProcesses::ScanProc(proc.string(), "com.example.game"), 31);
   EXPECT_EQ(HostProcesses::ScanProc(proc.string(), "com.example"), 17);
+  EXPECT_EQ(HostProcesses::ScanProc(proc.string(), "com.example.game.h"), -1);
   EXPECT_EQ(HostProcesses::ScanProc(proc.string(), "game"), -1);
   EXPECT_EQ(HostProcesses::ScanProc(proc.string(), ""), -1);
   EXPECT_EQ(HostProcesses::ScanProc((proc / "missing").string(), "com.example.game"), -1);

@@ -176,4 +176,14 @@ TEST_F(IntervalsCounterTest, AFailedSyncReturnsNothingAndMeasuresAgainFromTheLas
                                  "GORV_IC: syncWakeUpTime() N: wakeups - exception copy failed\n"});
 }
 
+TEST_F(IntervalsCounterTest, ResetChangesNothing) {
+  GorvIntervalsCounter counter;
+  Register(counter, 400, 400, "gorv");
+  Wake(counter, 300);
+  counter.reset();
+  EXPECT_EQ(counter.mTimeKeepers[0].mElapsed, 300);
+  Wake(counter, 100);
+  EXPECT_EQ(ran, std::vector<std::string>{"gorv"});
+}
+
 }  // namespace

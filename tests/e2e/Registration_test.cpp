@@ -61,11 +61,15 @@ TEST(RegistrationTest, LoadingRegistersGorvBesideOtherPluginsAndTheFirstFactoryW
   ASSERT_NE(first, nullptr);
 
   // Loading the same library again runs nothing new; a second copy
-  // registers again and is turned away.
+  // registers again and is turned away. The copy's factory resolves to the
+  // first copy's function, so the entry is marked beforehand to tell them
+  // apart.
   ASSERT_TRUE(PluginLoader::Load(GORV_PLUGIN_PATH, &error)) << error;
+  (*map)["GORV"] = &OtherFactory;
   ASSERT_TRUE(PluginLoader::Load(CopyOfPlugin("libgorv-copy.so"), &error)) << error;
-  EXPECT_EQ(Registered("GORV"), first);
+  EXPECT_EQ(Registered("GORV"), &OtherFactory);
   EXPECT_EQ(map->size(), 2u);
+  (*map)["GORV"] = first;
 
   // The framework creates the feature through the factory.
   GameWorld world;
