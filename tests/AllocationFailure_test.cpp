@@ -1,36 +1,40 @@
-// Running out of memory at every point of a game session: the Nth heap
-// allocation fails (std::bad_alloc, or null for the non-throwing form), for
-// every N up to the number the session makes. The plug-in must neither crash
-// nor let an exception reach the framework, must leak nothing (checked by
-// LeakSanitizer in the asan build) and must hold no lock once the feature is
-// gone.
+// Running out of memory at every point of a game session.
+//
+// Every allocation: the Nth heap allocation fails (std::bad_alloc, or null
+// for the non-throwing form), for every N up to the number the session
+// makes. The plug-in must neither crash nor let an exception reach the
+// framework, must leak nothing (checked by LeakSanitizer in the asan build)
+// and must hold no lock once the feature is gone.
+//
+// Every non-throwing allocation: the Nth `new (std::nothrow)` returns null,
+// for every N up to the number a whole session makes (the factory's feature,
+// then the meta meter, the intervals counter, the data manager and the
+// action; nothing after construction allocates that way). The feature is
+// created through the class registry, driven by the stepped runner through a
+// start, an fps hint, a vendor disable and enable, a periodic call and a
+// stop, then destroyed. Each N leaves exactly the feature that construction
+// describes: no feature, an inert one, or one without an action that starts
+// sessions but refuses periodic work.
 #include <android-base/properties.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <cstdlib>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "feature/GorvFeature.h"
-#include "host/framework/HostLocator.h"
-#include "host/framework/HostProcesses.h"
 #include "host/framework/MeterService.h"
+#include "host/framework/PluginLoader.h"
+#include "host/framework/SteppedRunner.h"
 #include "host/platform/HostEnv.h"
 #include "meter/GorvMetaMeter.h"
 #include "tests/support/AllocationFault.h"
+#include "tests/support/GameWorld.h"
 #include "tests/support/LogCapture.h"
-#include "tests/support/TempSysfsRoot.h"
 
 namespace {
-
-AsyncTriggerPayload Trigger(int id, int value = 0) {
-  AsyncTriggerPayload payload;
-  payload.triggerId = id;
-  payload.component = "com.example.game/.Main";
-  payload.triggerValue = value;
-  return payload;
-}
 
 // Starting meters only counts: the framework's own allocations are not
 // under test.
@@ -74,32 +78,28 @@ long Session(long failAt) {
     std::vector<Meter*> meters = {&reading};
     InPlugin([&] { feature->metaMeter->writeToDataBase(std::move(meters)); });
   };
-  auto trigger = [&](AsyncTriggerPayload payload) {
+  auto trigger = [&](int id, int value = 0) {
+    AsyncTriggerPayload payload = GameWorld::Trigger(id, GameWorld::kGameComponent, value);
     InPlugin([&] { feature->runAsync(std::move(payload)); });
   };
-  trigger(Trigger(GorvFeature::kTriggerStart));
+  trigger(GorvFeature::kTriggerStart);
   for (int i = 0; i < 10; ++i) round();
-  trigger(Trigger(GorvFeature::kTriggerFpsHint, 45));
+  trigger(GorvFeature::kTriggerFpsHint, 45);
   round();
-  trigger(Trigger(GorvFeature::kTriggerVendorHintDisable, 1));
+  trigger(GorvFeature::kTriggerVendorHintDisable, 1);
   round();
-  trigger(Trigger(GorvFeature::kTriggerVendorHintDisable, 0));
+  trigger(GorvFeature::kTriggerVendorHintDisable, 0);
   for (int i = 0; i < 3; ++i) round();
-  trigger(Trigger(GorvFeature::kTriggerStop));
+  trigger(GorvFeature::kTriggerStop);
   round();
   InPlugin([&] { feature.reset(); });
   return CountedAllocations();
 }
 
 TEST(AllocationFailureTest, EveryAllocationOfASessionMayFail) {
-  gorv::HostEnv::Get().Reset();
+  GameWorld world;
   gorv::HostEnv::Get().SetRecordEvents(false);
-  TempSysfsRoot sysfs;
-  android::base::SetProperty("ro.vendor.perf.gorv", "true");
   android::base::SetProperty("vendor.debug.trace.gorv", "1");
-  HostLocator::Get().Clear();
-  HostLocator::Get().SetClass("com.example.game", 2);
-  HostProcesses::Get().UseTable({{"com.example.game", 4242}});
   LogCapture logs;
 
   CountingMeterService meters;
@@ -115,6 +115,104 @@ TEST(AllocationFailureTest, EveryAllocationOfASessionMayFail) {
   MeterService::Install(nullptr);
   RecordProperty("allocation_points", static_cast<int>(allocations));
   std::printf("allocation points tried: %ld\n", allocations);
+}
+
+using Lines = std::vector<std::string>;
+
+constexpr int kStart = GorvFeature::kTriggerStart;
+constexpr int kStop = GorvFeature::kTriggerStop;
+constexpr int kFpsHint = GorvFeature::kTriggerFpsHint;
+constexpr int kVendorHintDisable = GorvFeature::kTriggerVendorHintDisable;
+constexpr const char* kImproper = "GORV_FEATURE: runAsyncPeriodic() N: Improper Initialization";
+
+struct Outcome {
+  bool created = false;
+  bool periodicEnabled = false;
+  Lines effects;
+  Lines logs;
+  std::vector<int32_t> locksHeld;  // after the feature is destroyed
+  int nothrowAllocations = 0;
+};
+
+// One session, with the Nth non-throwing allocation failing (0: none).
+Outcome Session(int failAt) {
+  GameWorld world;
+  SteppedRunner runner;
+  LogCapture logs;
+  std::string error;
+  Outcome outcome;
+
+  ArmAllocationFailure(failAt);
+  Feature* feature = PluginLoader::Create("GORV", GameWorld::Info(), &error);
+  runner.Adopt(feature);
+  outcome.created = feature != nullptr;
+  outcome.periodicEnabled = feature != nullptr && feature->periodicEnabled;
+  auto at = [&runner](int64_t ms, int id, int value = 0) {
+    runner.ScheduleTrigger(ms, GameWorld::Trigger(id, GameWorld::kGameComponent, value));
+  };
+  at(1000, kStart);
+  at(1100, kFpsHint, 45);
+  at(1300, kVendorHintDisable, 1);
+  at(1500, kVendorHintDisable, 0);
+  // The framework's periodic thread calls whether or not an interval is set.
+  runner.ScheduleAction(2000, [feature] {
+    if (feature != nullptr) feature->runAsyncPeriodic(std::atomic<bool>{true});
+  });
+  at(3000, kStop);
+  runner.RunUntil(3500);
+  runner.DestroyFeature();
+
+  outcome.nothrowAllocations = CountedAllocations();
+  CountAllocations(false);
+  outcome.effects = GameWorld::Effects();
+  outcome.logs = logs.Messages();
+  outcome.locksHeld = gorv::HostEnv::Get().HeldPerfLocks();
+  return outcome;
+}
+
+TEST(PartialFeatureTest, EveryNonThrowingAllocationOfASessionMayFail) {
+  const Outcome whole = Session(0);
+  ASSERT_TRUE(whole.created);
+  EXPECT_TRUE(whole.periodicEnabled);
+  // All of them happen while the feature is created.
+  ASSERT_EQ(whole.nothrowAllocations, 5);
+  // The vendor hint drops the lock; once re-enabled, the next analysis round
+  // takes it again.
+  EXPECT_EQ(whole.effects, (Lines{"1000 target_pid=4242", "1000 acquire 1", "1100 fps=45",
+                                  "1300 release 1", "1600 acquire 2", "3000 release 2"}));
+
+  struct Expected {
+    const char* failing;
+    bool created;
+    Lines effects;
+    Lines logs;
+  };
+  const Expected expected[] = {
+      // The factory returns null: the framework has no feature.
+      {"the feature", false, {}, {}},
+      // No components: every trigger is ignored, periodic work refused.
+      {"the meta meter",
+       true,
+       {},
+       {"GORV_FEATURE: GorvFeature() N: MetaMeter is not available\n", kImproper}},
+      {"the intervals counter", true, {}, {kImproper}},
+      {"the data manager", true, {}, {kImproper}},
+      // Without an action a game session starts and stops (pid written, the
+      // hint applied) but holds no lock, ignores the vendor hint and refuses
+      // periodic work.
+      {"the action", true, {"1000 target_pid=4242", "1100 fps=45"}, {kImproper}},
+  };
+  for (int n = 1; n <= whole.nothrowAllocations; ++n) {
+    const Expected& want = expected[n - 1];
+    SCOPED_TRACE(std::string("failing allocation ") + std::to_string(n) + ": " + want.failing);
+    const Outcome got = Session(n);
+    EXPECT_EQ(got.created, want.created);
+    EXPECT_FALSE(got.periodicEnabled);
+    EXPECT_EQ(got.effects, want.effects);
+    EXPECT_EQ(got.logs, want.logs);
+    EXPECT_TRUE(got.locksHeld.empty());
+  }
+  RecordProperty("nothrow_allocation_points", whole.nothrowAllocations);
 }
 
 }  // namespace

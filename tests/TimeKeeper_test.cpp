@@ -26,7 +26,8 @@ std::string Firings(TimeKeeper& keeper, int step, int calls) {
 
 TimeKeeper Timer(int period, int delay, IntervalCallback hook = {}) {
   std::string name = "gorv";
-  return TimeKeeper(period, delay, [](void*) {}, name, std::move(hook));
+  return TimeKeeper(
+      period, delay, [](void*) {}, name, std::move(hook));
 }
 
 TEST(TimeKeeperTest, ArmsAfterTheDelayAndFiresOnThePeriodDroppingTheOvershoot) {
@@ -53,9 +54,8 @@ TEST(TimeKeeperTest, ArmsAfterTheDelayAndFiresOnThePeriodDroppingTheOvershoot) {
 
 TEST(TimeKeeperTest, TheHookGetsTheNameAndAThrowingHookFiresAgainAtOnce) {
   std::vector<std::string> seen;
-  TimeKeeper named = Timer(200, 200, [&seen](void* name) {
-    seen.push_back(*static_cast<std::string*>(name));
-  });
+  TimeKeeper named =
+      Timer(200, 200, [&seen](void* name) { seen.push_back(*static_cast<std::string*>(name)); });
   EXPECT_TRUE(named.shouldTrigger(200));
   EXPECT_EQ(seen, std::vector<std::string>{"gorv"});
 
@@ -87,8 +87,8 @@ class IntervalsCounterTest : public ::testing::Test {
   // Registers a timer whose task records `label`.
   void Register(GorvIntervalsCounter& counter, int period, int delay, const std::string& label) {
     std::string name = label;
-    counter.registerIntervals(
-        period, delay, [this, label](void*) { ran.push_back(label); }, name, {});
+    counter.registerIntervals(period, delay, [this, label](void*) { ran.push_back(label); }, name,
+                              {});
   }
   // Advances the clock, syncs and runs the due tasks in order.
   void Wake(GorvIntervalsCounter& counter, int ms) {
@@ -120,12 +120,12 @@ TEST_F(IntervalsCounterTest, NewestRegistrationFirstAndTheSmallestPeriodWakes) {
   Register(counter, 400, -3, "bad");
   EXPECT_EQ(counter.mTimeKeepers.size(), 2u);
   EXPECT_EQ(counter.mWakeUpTime, 400);
-  EXPECT_EQ(logs.Messages(),
-            (std::vector<std::string>{"GORV_IC: registerIntervals() N: Unexpected Intervals  -1-400",
-                                      "GORV_IC: registerIntervals() N: Unexpected Intervals  400--3"}));
+  EXPECT_EQ(logs.Messages(), (std::vector<std::string>{
+                                 "GORV_IC: registerIntervals() N: Unexpected Intervals  -1-400",
+                                 "GORV_IC: registerIntervals() N: Unexpected Intervals  400--3"}));
 }
 
-TEST_F(IntervalsCounterTest, ElapsedTimeComesFromTheClockBetweenSuccessfulSyncs) {
+TEST_F(IntervalsCounterTest, ElapsedTimeComesFromTheClockBetweenSuccessfulSyncsAndResetKeepsIt) {
   GorvIntervalsCounter empty;
   gorv::HostEnv::Get().AdvanceClock(milliseconds(500));
   empty.syncWakeUpTime(due);
@@ -134,7 +134,10 @@ TEST_F(IntervalsCounterTest, ElapsedTimeComesFromTheClockBetweenSuccessfulSyncs)
 
   GorvIntervalsCounter counter;  // created at 500
   Register(counter, 400, 400, "gorv");
-  Wake(counter, 399);
+  Wake(counter, 300);
+  counter.reset();  // changes nothing: the timers keep their phase
+  EXPECT_EQ(counter.mTimeKeepers[0].mElapsed, 300);
+  Wake(counter, 99);
   EXPECT_TRUE(ran.empty());
   Wake(counter, 1);
   EXPECT_EQ(ran, std::vector<std::string>{"gorv"});
@@ -174,16 +177,6 @@ TEST_F(IntervalsCounterTest, AFailedSyncReturnsNothingAndMeasuresAgainFromTheLas
   EXPECT_EQ(counter.mLastSync.time_since_epoch(), milliseconds(0));
   EXPECT_EQ(logs.Messages(), std::vector<std::string>{
                                  "GORV_IC: syncWakeUpTime() N: wakeups - exception copy failed\n"});
-}
-
-TEST_F(IntervalsCounterTest, ResetChangesNothing) {
-  GorvIntervalsCounter counter;
-  Register(counter, 400, 400, "gorv");
-  Wake(counter, 300);
-  counter.reset();
-  EXPECT_EQ(counter.mTimeKeepers[0].mElapsed, 300);
-  Wake(counter, 100);
-  EXPECT_EQ(ran, std::vector<std::string>{"gorv"});
 }
 
 }  // namespace
