@@ -131,11 +131,11 @@ struct Outcome {
   Lines effects;
   Lines logs;
   std::vector<int32_t> locksHeld;  // after the feature is destroyed
-  int nothrowAllocations = 0;
+  long nothrowAllocations = 0;
 };
 
 // One session, with the Nth non-throwing allocation failing (0: none).
-Outcome Session(int failAt) {
+Outcome NothrowSession(long failAt) {
   GameWorld world;
   SteppedRunner runner;
   LogCapture logs;
@@ -171,7 +171,7 @@ Outcome Session(int failAt) {
 }
 
 TEST(PartialFeatureTest, EveryNonThrowingAllocationOfASessionMayFail) {
-  const Outcome whole = Session(0);
+  const Outcome whole = NothrowSession(0);
   ASSERT_TRUE(whole.created);
   EXPECT_TRUE(whole.periodicEnabled);
   // All of them happen while the feature is created.
@@ -202,17 +202,17 @@ TEST(PartialFeatureTest, EveryNonThrowingAllocationOfASessionMayFail) {
       // periodic work.
       {"the action", true, {"1000 target_pid=4242", "1100 fps=45"}, {kImproper}},
   };
-  for (int n = 1; n <= whole.nothrowAllocations; ++n) {
+  for (long n = 1; n <= whole.nothrowAllocations; ++n) {
     const Expected& want = expected[n - 1];
     SCOPED_TRACE(std::string("failing allocation ") + std::to_string(n) + ": " + want.failing);
-    const Outcome got = Session(n);
+    const Outcome got = NothrowSession(n);
     EXPECT_EQ(got.created, want.created);
     EXPECT_FALSE(got.periodicEnabled);
     EXPECT_EQ(got.effects, want.effects);
     EXPECT_EQ(got.logs, want.logs);
     EXPECT_TRUE(got.locksHeld.empty());
   }
-  RecordProperty("nothrow_allocation_points", whole.nothrowAllocations);
+  RecordProperty("nothrow_allocation_points", static_cast<int>(whole.nothrowAllocations));
 }
 
 }  // namespace
