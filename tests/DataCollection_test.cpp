@@ -210,7 +210,6 @@ TEST_F(DataCollectionTest, MetersBuiltFromTheDescriptionsAndAnUnconfiguredFpsMet
   info.meterInfos = {{"Fps", {}}, {"Gpu", {}}, {"Fps", {}}};
   Make();
   EXPECT_EQ(meter().mMeterRequests.size(), 2u);
-  EXPECT_EQ(meter().mMeterRequests.max_load_factor(), 1.0f);
 
   info.meterInfos = {{"Gpu", {}}};
   Make();

@@ -141,18 +141,10 @@ std::string Ask(const std::string& path, const std::string& sql) {
 constexpr const char* kAllRows =
     "SELECT rowid, intcol1, appName, rsvdName, length(blob) FROM apps ORDER BY rowid";
 
-// Records the statements the connection runs.
-class StatementTrace {
- public:
-  explicit StatementTrace(sqlite3* db) : mDb(db) {
-    sqlite3_trace_v2(db, SQLITE_TRACE_STMT, &StatementTrace::OnStatement, this);
-  }
-  // Stops recording when the trace goes away before the connection.
-  ~StatementTrace() {
-    if (mDb != nullptr) sqlite3_trace_v2(mDb, 0, nullptr, nullptr);
-  }
-  // The connection was closed: nothing to detach from.
-  void Forget() { mDb = nullptr; }
+// The statements a connection runs, recorded from Record(db) on; it must
+// outlive the connection.
+struct StatementTrace {
+  void Record(sqlite3* db) { sqlite3_trace_v2(db, SQLITE_TRACE_STMT, &OnStatement, this); }
   static int OnStatement(unsigned, void* self, void* statement, void*) {
     auto* trace = static_cast<StatementTrace*>(self);
     std::string sql = sqlite3_sql(static_cast<sqlite3_stmt*>(statement));
@@ -162,9 +154,6 @@ class StatementTrace {
   }
   Lines statements;
   std::function<void(const std::string&)> onStatement;
-
- private:
-  sqlite3* mDb;
 };
 
 class LMDatabaseTest : public ::testing::Test {
@@ -206,9 +195,10 @@ TEST_F(LMDatabaseTest, NamesAndPaths) {
 }
 
 TEST_F(LMDatabaseTest, AFlushRunsOneTransactionWithTheTableStatements) {
+  StatementTrace trace;
   LMDatabase<AppState> db("apps", dir, "apps.db");
   ASSERT_EQ(db.LMDatabaseInit(), 0);
-  StatementTrace trace(db.connection());
+  trace.Record(db.connection());
   EXPECT_EQ(db.LMDatabaseWriteCachedToDisk(), 0);  // empty: still a transaction
   EXPECT_EQ(trace.statements, (Lines{"BEGIN IMMEDIATE TRANSACTION;", "COMMIT TRANSACTION;"}));
 
@@ -279,18 +269,16 @@ TEST_F(LMDatabaseTest, WhereClauses) {
 
 TEST_F(LMDatabaseTest, DestructionFlushesAndReportsRowsQueuedDuringThatFlush) {
   LogCapture logs;
-  {
-    auto* db = new LMDatabase<AppState>("apps", dir, "apps.db");
-    ASSERT_EQ(db->LMDatabaseInit(), 0);
-    db->queueRow(Row(0, 1, "queued.before"));
-    StatementTrace trace(db->connection());
-    // A producer that queues once the final flush has seen its cache empty.
-    trace.onStatement = [db](const std::string& sql) {
-      if (sql == "COMMIT TRANSACTION;") db->queueRow(Row(0, 2, "too.late"));
-    };
-    delete db;
-    trace.Forget();
-  }
+  StatementTrace trace;
+  auto* db = new LMDatabase<AppState>("apps", dir, "apps.db");
+  ASSERT_EQ(db->LMDatabaseInit(), 0);
+  db->queueRow(Row(0, 1, "queued.before"));
+  trace.Record(db->connection());
+  // A producer that queues once the final flush has seen its cache empty.
+  trace.onStatement = [db](const std::string& sql) {
+    if (sql == "COMMIT TRANSACTION;") db->queueRow(Row(0, 2, "too.late"));
+  };
+  delete db;
   EXPECT_EQ(logs.Messages(),
             Lines{"LMDB: ~LMDBDataTable() N: ERROR:Dbt=apps blstSz=0, clstSz=1\n"});
   EXPECT_EQ(Ask(path, kAllRows), "1|1|queued.before|NULL|4");
