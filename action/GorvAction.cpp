@@ -52,7 +52,12 @@ float DetectionBucket(float maxFps) {
 }  // namespace
 
 GorvAction::GorvAction(GorvFeature& feature)
-    : mDisabled(false), mFeature(feature), mDataManager(nullptr), mGameFps(0.0f), mPerfHandle(-1) {
+    : mDisabled(false),
+      mFeature(feature),
+      mDataManager(nullptr),
+      mGameFps(0.0f),
+      mPerfHandle(-1),
+      mFpsNodePath(GorvFeature::kFpsNode) {
   if (feature.mDataManager == nullptr || feature.mIntervalsCounter == nullptr) return;
   std::string name = "gorv";
   feature.mIntervalsCounter->registerIntervals(
@@ -112,10 +117,7 @@ void GorvAction::UpdateFPSData(float fps) {
     return;
   }
   mGameFps = DetectionBucket(historyMax());
-  if (!mFeature.mFpsHintApplied) {
-    std::string path = GorvFeature::kFpsNode;
-    mFeature.updateSysNodes(path, RoundToInt32(mGameFps));
-  }
+  if (!mFeature.mFpsHintApplied) mFeature.updateSysNodes(mFpsNodePath, RoundToInt32(mGameFps));
   traceCounter("Game FPS", mGameFps);
 }
 

@@ -1,7 +1,9 @@
 #include "feature/GorvFeature.h"
 
+#include <array>
+#include <charconv>
+#include <cstddef>
 #include <exception>
-#include <memory>
 #include <new>
 #include <utility>
 
@@ -89,8 +91,11 @@ void GorvFeature::setPeriodicThreadInterval() {
 
 void GorvFeature::runAsync(AsyncTriggerPayload payload) {
   if (!mEnabled || mDataManager == nullptr) return;
-  std::lock_guard<std::mutex> lock(mCoreMutex);
+  // Declared outside the handler so that the handler's reset still runs
+  // under the lock; locked inside it, because locking can throw too.
+  std::unique_lock<std::mutex> lock(mCoreMutex, std::defer_lock);
   try {
+    lock.lock();
     std::string package = payload.component.substr(0, payload.component.find('/'));
     if (isIgnored(payload.component)) return;
     switch (payload.triggerId) {
@@ -113,10 +118,10 @@ void GorvFeature::runAsync(AsyncTriggerPayload payload) {
     }
   } catch (const std::exception& e) {
     GORV_LOG(kTag, "runAsync", "Corrupted execution state- exception %s\n", e.what());
-    resetAfterFailure();
+    resetAfterFailure(lock);
   } catch (...) {
     GORV_LOG(kTag, "runAsync", "Corrupted execution state - Reseting All\n ");
-    resetAfterFailure();
+    resetAfterFailure(lock);
   }
 }
 
@@ -214,16 +219,15 @@ int32_t GorvFeature::getGamePid(std::string& package) {
 void GorvFeature::resetParams() {
   if (mDataManager != nullptr) mDataManager->reset();
   if (mAction != nullptr) mAction->reset();
-  if (mIntervalsCounter != nullptr) {
-    // Deliberately a walk over copies: the stored timers keep their phase, so
-    // a new session's first analysis follows the running schedule.
-    for (TimeKeeper keeper : mIntervalsCounter->mTimeKeepers) {  // NOLINT(performance-for-range-copy)
-      keeper.reset();
-    }
-  }
+  // Resets copies of the timers: they keep their phase, so a new session's
+  // first analysis follows the running schedule.
+  if (mIntervalsCounter != nullptr) mIntervalsCounter->reset();
 }
 
-void GorvFeature::resetAfterFailure() {
+void GorvFeature::resetAfterFailure(const std::unique_lock<std::mutex>& lock) {
+  // Without the lock (it is the lock that failed) the other thread may be in
+  // the components: they are left alone.
+  if (!lock.owns_lock()) return;
   try {
     resetParams();
   } catch (...) {
@@ -232,21 +236,22 @@ void GorvFeature::resetAfterFailure() {
 }
 
 void GorvFeature::runAsyncPeriodic(std::atomic<bool> const& /*stop*/) {
-  std::lock_guard<std::mutex> lock(mCoreMutex);
-  if (!mEnabled || !mGameActive.load(std::memory_order_acquire) || mAction == nullptr) {
-    GORV_LOG(kTag, "runAsyncPeriodic", "Improper Initialization");
-    return;
-  }
+  std::unique_lock<std::mutex> lock(mCoreMutex, std::defer_lock);
   try {
+    lock.lock();
+    if (!mEnabled || !mGameActive.load(std::memory_order_acquire) || mAction == nullptr) {
+      GORV_LOG(kTag, "runAsyncPeriodic", "Improper Initialization");
+      return;
+    }
     runDueTasks();
   } catch (const std::exception& e) {
-    resetAfterFailure();
+    resetAfterFailure(lock);
     GORV_LOG(kTag, "runAsyncPeriodic", "runAsyncPeriodic- exception %s\n", e.what());
   } catch (...) {
-    resetAfterFailure();
+    resetAfterFailure(lock);
     GORV_LOG(kTag, "runAsyncPeriodic", "runAsyncPeriodic -  execution exception\n ");
   }
-  mDueTasks.clear();
+  if (lock.owns_lock()) mDueTasks.clear();
 }
 
 void GorvFeature::runDueTasks() {
@@ -258,11 +263,30 @@ void GorvFeature::runDueTasks() {
 }
 
 int32_t GorvFeature::updateSysNodes(std::string& path, int32_t value) {
-  std::unique_ptr<gorv::NodeFile> node = gorv::Env::Default()->OpenNode(path);
-  if (!node) {
+  // Room for "-2147483648"; to_chars writes no terminator.
+  std::array<char, 12> text{};
+  char* end = std::to_chars(text.data(), text.data() + text.size(), value).ptr;
+  size_t length = static_cast<size_t>(end - text.data());
+  if (gorv::Env::Default()->WriteNode(path, text.data(), length) == gorv::NodeFile::Outcome::kUnopened) {
     GORV_LOG(kTag, "updateSysNodes", "Unable to open %s file", path.c_str());
     return -1;
   }
-  node->Write(std::to_string(value));
+  // A failed write is left to the kernel log, as a stream's error would be.
   return 0;
 }
+
+int32_t GorvFeature::onConfigChanged() { return 0; }
+
+int32_t GorvFeature::getParam(int32_t /*id*/, int32_t /*flags*/, int32_t* out) {
+  if (out != nullptr) *out = -1;
+  return 0;
+}
+
+int32_t GorvFeature::getDefaultParam(int32_t /*id*/, int32_t /*flags*/, int32_t* out) {
+  if (out != nullptr) *out = -1;
+  return 0;
+}
+
+int32_t GorvFeature::onSuspend() { return 0; }
+
+int32_t GorvFeature::onResume() { return 0; }

@@ -53,35 +53,58 @@ class GorvFeature : public Feature {
   // flag is not read.
   void runAsyncPeriodic(std::atomic<bool> const& stop) override;
 
+  // The framework's hooks, answered here whatever the base class does:
+  // nothing to do, no parameters (-1 into `out` when it is not null).
+  int32_t onConfigChanged() override;
+  int32_t getParam(int32_t id, int32_t flags, int32_t* out) override;
+  int32_t getDefaultParam(int32_t id, int32_t flags, int32_t* out) override;
+  int32_t onSuspend() override;
+  int32_t onResume() override;
+
   // Copies the intervals counter's wake-up time into periodicInterval.
+  // Constructor only.
   void setPeriodicThreadInterval();
-  // Returns the components to idle: samples, history, target, lock.
+  // Returns the components to idle: samples, history, target, lock. The
+  // timers keep their phase. Under mCoreMutex (or before the threads run).
   void resetParams();
   // Whether the framework's classifier reports `package` as a game.
   bool isGame(std::string& package);
   // The pid of `package`'s process; negative (and logged) when none.
   int32_t getGamePid(std::string& package);
-  // Writes `value` as decimal text to the node `path`. 0 when the node could
-  // be opened, -1 (logged) when not. Uses no member state; any thread.
+  // Writes `value` as decimal text, without a newline, to the node `path`
+  // in one write. 0 when the node could be opened (a failed write is not
+  // reported), -1 (logged) when not. Uses no member state and allocates
+  // nothing; any thread.
   int32_t updateSysNodes(std::string& path, int32_t value);
 
+  // Fixed at construction (before the framework's threads run).
   bool mTraceEnabled;
-  bool mFpsHintApplied;  // an FPS hint owns the fps node
+  // An FPS hint owns the fps node. Written on the trigger thread, read by
+  // the action on the periodic thread; both under mCoreMutex.
+  bool mFpsHintApplied;
+  // Owned; set at construction, null only after a failed allocation.
   GorvDataManager* mDataManager;
   GorvIntervalsCounter* mIntervalsCounter;
-  AsyncTriggerPayload mTriggerPayload;  // the last accepted start or stop
+  // The last accepted start or stop. Trigger thread, under mCoreMutex.
+  AsyncTriggerPayload mTriggerPayload;
+  // Fixed at construction.
   bool mEnabled;
+  // Written on the trigger thread (release), read on both (acquire).
   std::atomic<bool> mGameActive;
+  // Node paths and the last hint (-1: none). Trigger thread, under
+  // mCoreMutex.
   std::string mPidNodePath;
   std::string mFpsNodePath;
   int32_t mFpsHint;
+  // Owned; set at construction, null only after a failed allocation.
   GorvAction* mAction;
 
  private:
   void buildComponents();
   void destroyComponents();
   void adoptPayload(AsyncTriggerPayload& payload, std::string& package);
-  void resetAfterFailure();
+  // resetParams for a handler, when `lock` holds mCoreMutex. Never throws.
+  void resetAfterFailure(const std::unique_lock<std::mutex>& lock);
   void handleStart(AsyncTriggerPayload& payload, std::string& package);
   void handleStop(AsyncTriggerPayload& payload, std::string& package);
   void handleFpsHint(AsyncTriggerPayload& payload);
@@ -92,5 +115,6 @@ class GorvFeature : public Feature {
   // Serialises trigger handling against the periodic round.
   std::mutex mCoreMutex;
   // The due list of a round, kept so that a round does not allocate.
+  // Periodic thread, under mCoreMutex.
   std::vector<IntervalCallback> mDueTasks;
 };

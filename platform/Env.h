@@ -12,8 +12,8 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
-#include <memory>
 #include <string>
 
 #include "platform/NodeFile.h"
@@ -53,10 +53,12 @@ class Env {
   virtual void TraceBegin(const char* name) = 0;
   virtual void TraceEnd() = 0;
 
-  // Opens the kernel node `path` for writing (created if missing, truncated
-  // if present). Null when it cannot be opened. `path` is the node's name on
-  // a device; a host binding may place it elsewhere.
-  virtual std::unique_ptr<NodeFile> OpenNode(const std::string& path) = 0;
+  // Writes the `length` bytes at `text` to the kernel node `path` in one
+  // write (NodeFile::Write: created if missing, truncated if present).
+  // `path` is the node's name on a device; a host binding may place it
+  // elsewhere. Allocates nothing unless a host binding records the write.
+  virtual NodeFile::Outcome WriteNode(const std::string& path, const char* text,
+                                      size_t length) = 0;
 };
 
 }  // namespace gorv

@@ -117,4 +117,26 @@ TEST_F(GorvFeatureTest, NodeWriterWritesDecimalTextOrReportsTheOpenFailure) {
                                    "/sys/kernel/no_such_module/parameters/fps file"});
 }
 
+TEST_F(GorvFeatureTest, HooksAnswerThemselvesAndAFailedNodeWriteStillCounts) {
+  auto feature = Make();
+  Feature& base = *feature;
+  int32_t first = 7;
+  int32_t second = 7;
+  EXPECT_EQ((std::vector<int32_t>{base.onConfigChanged(), base.getParam(1, 2, &first),
+                                  base.getDefaultParam(1, 2, &second), base.onSuspend(),
+                                  base.onResume(), first, second}),
+            (std::vector<int32_t>{0, 0, 0, 0, 0, -1, -1}));
+
+  // Opened but not written (the device is full): reported as written.
+  LogCapture logs;
+  HostEnv::Get().SetSysfsRoot("");
+  std::string full = "/dev/full";
+  EXPECT_EQ(feature->updateSysNodes(full, 60), 0);
+  EXPECT_TRUE(logs.Messages().empty());
+  HostEnv::Get().SetSysfsRoot(sysfs.path());
+  std::string fps = GorvFeature::kFpsNode;
+  feature->updateSysNodes(fps, -2147483647 - 1);
+  EXPECT_EQ(sysfs.Read(fps), "-2147483648");
+}
+
 }  // namespace

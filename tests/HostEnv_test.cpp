@@ -100,14 +100,8 @@ TEST_F(HostEnvTest, PropertiesReadLikePropertyGetAndPerfGetProp) {
 TEST_F(HostEnvTest, NodesAreWrittenBeneathTheRootAndReportedUnderTheirDevicePath) {
   TempSysfsRoot sysfs;
   EXPECT_EQ(env().SysfsRoot(), sysfs.path());
-  env().OpenNode(kFpsNode)->Write("120");
-  {
-    auto node = env().OpenNode(kFpsNode);
-    node->Write("6");
-    node->Write("0");
-    // Nothing is reported before the node is closed.
-    EXPECT_EQ(env().NodeWrites().size(), 1u);
-  }
+  EXPECT_EQ(env().WriteNode(kFpsNode, "120", 3), gorv::NodeFile::Outcome::kWritten);
+  EXPECT_EQ(env().WriteNode(kFpsNode, "60", 2), gorv::NodeFile::Outcome::kWritten);
   EXPECT_EQ(sysfs.Read(kFpsNode), "60");  // truncated, not appended
   ASSERT_EQ(env().NodeWrites().size(), 2u);
   EXPECT_EQ(env().NodeWrites()[1].name, kFpsNode);
@@ -116,13 +110,13 @@ TEST_F(HostEnvTest, NodesAreWrittenBeneathTheRootAndReportedUnderTheirDevicePath
   // A node whose directory is missing cannot be opened, and nothing is
   // reported.
   sysfs.RemoveNodeDirectory();
-  EXPECT_EQ(env().OpenNode(kFpsNode), nullptr);
+  EXPECT_EQ(env().WriteNode(kFpsNode, "60", 2), gorv::NodeFile::Outcome::kUnopened);
   EXPECT_EQ(env().NodeWrites().size(), 2u);
 
   // Without a root the path is used as given.
   env().SetSysfsRoot("");
   std::string direct = sysfs.path() + "/direct";
-  env().OpenNode(direct)->Write("1");
+  env().WriteNode(direct, "1", 1);
   EXPECT_EQ(sysfs.Read("/direct"), "1");
   EXPECT_EQ(env().NodeWrites().back().name, direct);
 

@@ -3,11 +3,12 @@
 #include <android-base/properties.h>
 
 #include <algorithm>
+#include <climits>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <utility>
 
-#include "host/platform/HostNodeFile.h"
 
 namespace gorv {
 
@@ -163,12 +164,25 @@ std::string HostEnv::SysfsRoot() const {
   return mSysfsRoot;
 }
 
-std::unique_ptr<NodeFile> HostEnv::OpenNode(const std::string& path) {
-  return HostNodeFile::Open(*this, SysfsRoot() + path, path);
-}
-
-void HostEnv::RecordNodeWrite(const std::string& path, const std::string& text) {
-  Record(HostEvent{HostEvent::Kind::NodeWrite, path, text, 0, -1, {}, 0});
+NodeFile::Outcome HostEnv::WriteNode(const std::string& path, const char* text, size_t length) {
+  char hostPath[PATH_MAX];
+  bool observed = false;
+  {
+    std::lock_guard<std::mutex> lock(mMutex);
+    int size = std::snprintf(hostPath, sizeof(hostPath), "%s%s", mSysfsRoot.c_str(), path.c_str());
+    // A path the kernel could not take either.
+    if (size < 0 || static_cast<size_t>(size) >= sizeof(hostPath)) return NodeFile::Outcome::kUnopened;
+    observed = mRecordEvents || !mListeners.empty();
+  }
+  NodeFile::Outcome outcome = NodeFile::Write(hostPath, text, length);
+  if (observed && outcome == NodeFile::Outcome::kWritten) {
+    try {
+      Record(HostEvent{HostEvent::Kind::NodeWrite, path, std::string(text, length), 0, -1, {}, 0});
+    } catch (...) {
+      // As Record: out of memory, the record of the write is lost.
+    }
+  }
+  return outcome;
 }
 
 void HostEnv::Record(HostEvent event) {

@@ -5,7 +5,7 @@
 //  - perf lock: a recorder handing out handles 1, 2, 3, ... that records every
 //    call and can be told to fail;
 //  - trace: a recorder whose "always" tag can be switched off;
-//  - nodes: opened beneath a sysfs root directory (GORV_SYSFS_ROOT, or one set
+//  - nodes: written beneath a sysfs root directory (GORV_SYSFS_ROOT, or one set
 //    here), so "/sys/kernel/..." becomes "<root>/sys/kernel/...";
 //  - listeners: every observable effect (node write, lock call, trace event)
 //    is reported, in order, to the registered listeners.
@@ -90,10 +90,9 @@ class HostEnv : public Env {
   void TraceInt(const char* name, int32_t value) override;
   void TraceBegin(const char* name) override;
   void TraceEnd() override;
-  std::unique_ptr<NodeFile> OpenNode(const std::string& path) override;
-
-  // Reports a node write (called by the host NodeFile on close).
-  void RecordNodeWrite(const std::string& path, const std::string& text);
+  // Writes "<root><path>" and reports a whole write under `path`. Allocates
+  // only to report, when events are recorded or listeners are registered.
+  NodeFile::Outcome WriteNode(const std::string& path, const char* text, size_t length) override;
 
  private:
   HostEnv();

@@ -3,7 +3,6 @@
 #include <cutils/properties.h>
 #include <cutils/trace.h>
 
-#include "platform/android/AndroidNodeFile.h"
 #include "platform/android/PerfClient.h"
 
 // Declared by cutils/trace.h inside inline functions only, so not visible
@@ -47,8 +46,9 @@ void AndroidEnv::TraceBegin(const char* name) { atrace_begin_body(name); }
 
 void AndroidEnv::TraceEnd() { atrace_end_body(); }
 
-std::unique_ptr<NodeFile> AndroidEnv::OpenNode(const std::string& path) {
-  return AndroidNodeFile::Open(path);
+NodeFile::Outcome AndroidEnv::WriteNode(const std::string& path, const char* text,
+                                        size_t length) {
+  return NodeFile::Write(path.c_str(), text, length);
 }
 
 }  // namespace gorv

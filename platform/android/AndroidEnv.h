@@ -17,8 +17,8 @@ class AndroidEnv : public Env {
   void TraceInt(const char* name, int32_t value) override;
   void TraceBegin(const char* name) override;
   void TraceEnd() override;
-  // Opens the sysfs node `path` itself.
-  std::unique_ptr<NodeFile> OpenNode(const std::string& path) override;
+  // Writes the sysfs node `path` itself.
+  NodeFile::Outcome WriteNode(const std::string& path, const char* text, size_t length) override;
 };
 
 }  // namespace gorv
