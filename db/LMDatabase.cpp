@@ -18,22 +18,20 @@ constexpr int kBlobSize = 4;
 LMDatabase<AppState>::LMDatabase(std::string tableName, std::string dbDir, std::string dbFile)
     : mTableName(std::move(tableName)), mDbDir(std::move(dbDir)), mDbFile(std::move(dbFile)) {}
 
+// Nothing here is caught: an exception (a lock that cannot be taken) ends
+// the process rather than leaving rows and a connection behind unnoticed.
 LMDatabase<AppState>::~LMDatabase() {
-  try {
-    writeCachedDRToDisk();
-    closeLMdb();
-    mDbFile.clear();
-    mDbDir.clear();
-    std::lock_guard<std::mutex> lock(mCacheMutex);
-    if (!mRowCache.empty()) {
-      GORV_LOG(kTag, "~LMDBDataTable", "ERROR:Dbt=%s blstSz=%d, clstSz=%d\n", mTableName.c_str(), 0,
-               static_cast<int>(mRowCache.size()));
-    }
-    for (AppState* row : mRowCache) delete row;
-    mRowCache.clear();
-  } catch (...) {
-    // Nothing may leave a destructor; the rows left are lost either way.
+  writeCachedDRToDisk();
+  closeLMdb();
+  std::string().swap(mDbFile);
+  std::string().swap(mDbDir);
+  size_t left = cachedRows();
+  if (left != 0) {
+    GORV_LOG(kTag, "~LMDBDataTable", "ERROR:Dbt=%s blstSz=%d, clstSz=%d\n", mTableName.c_str(), 0,
+             static_cast<int>(left));
   }
+  std::lock_guard<std::mutex> lock(mCacheMutex);
+  freeRows(mRowCache);
 }
 
 std::string LMDatabase<AppState>::databaseName() const {
@@ -98,10 +96,12 @@ int LMDatabase<AppState>::LMDatabaseWriteCachedToDisk() {
 }
 
 void LMDatabase<AppState>::execOrLog(const char* sql) {
-  if (sqlite3_exec(mDb, sql, nullptr, nullptr, nullptr) != 0) {
-    GORV_LOG_SHORT("writeCachedDRToDisk", "sql:ERROR:Dbt=%s info=%s\n", mTableName.c_str(),
-                   sqlite3_errmsg(mDb));
-  }
+  if (sqlite3_exec(mDb, sql, nullptr, nullptr, nullptr) != 0) logExecError();
+}
+
+void LMDatabase<AppState>::logExecError() {
+  GORV_LOG_SHORT("writeCachedDRToDisk", "sql:ERROR:Dbt=%s info=%s\n", mTableName.c_str(),
+                 sqlite3_errmsg(mDb));
 }
 
 void LMDatabase<AppState>::logStepError(int code) {
@@ -110,43 +110,35 @@ void LMDatabase<AppState>::logStepError(int code) {
 
 int LMDatabase<AppState>::writeCachedDRToDisk() {
   if (mDb == nullptr) return 0;
+  // Declared outside the handler, which must not leave a statement, an open
+  // transaction or a taken row behind.
+  sqlite3_stmt* insert = nullptr;
+  sqlite3_stmt* update = nullptr;
+  std::list<AppState*> written;
   try {
+    // Both texts first: nothing below the first prepare builds a string.
     std::string insertSql =
         "INSERT INTO " + mTableName + "(intcol1, appName, rsvdName, blob) VALUES (?,?,?,?)";
-    sqlite3_stmt* insert = nullptr;
-    if (sqlite3_prepare_v2(mDb, insertSql.c_str(), static_cast<int>(insertSql.size()), &insert,
-                           nullptr) != 0) {
-      GORV_LOG_SHORT("writeCachedDRToDisk", "ERROR:Dbt=%s info=%s\n", mTableName.c_str(),
-                     sqlite3_errmsg(mDb));
-      return -1;
-    }
     std::string updateSql = "UPDATE " + mTableName + " " +
                             "SET (intcol1, appName, rsvdName, blob) = (?,?,?,?) WHERE (rowid) = (?)";
-    sqlite3_stmt* update = nullptr;
-    if (sqlite3_prepare_v2(mDb, updateSql.c_str(), static_cast<int>(updateSql.size()), &update,
-                           nullptr) != 0) {
-      GORV_LOG_SHORT("writeCachedDRToDisk", "ERROR:Dbt=%s info=%s\n", mTableName.c_str(),
-                     sqlite3_errmsg(mDb));
+    if (!prepareOrLog(insertSql, &insert) || !prepareOrLog(updateSql, &update)) {
       sqlite3_finalize(insert);  // or the connection could never close
       return -1;
     }
     if (sqlite3_exec(mDb, "BEGIN IMMEDIATE TRANSACTION;", nullptr, nullptr, nullptr) != 0) {
-      GORV_LOG_SHORT("writeCachedDRToDisk", "sql:ERROR:Dbt=%s info=%s\n", mTableName.c_str(),
-                     sqlite3_errmsg(mDb));
+      logExecError();
       execOrLog("ROLLBACK TRANSACTION;");
     }
 
     // Rows are bound without copies, so every row taken stays alive until
     // all of them have been stepped.
-    std::list<AppState*> written;
     for (auto next = written.end(); takeRows(written, &next);) {
       for (; next != written.end(); ++next) writeRow(**next, insert, update);
     }
-    for (AppState* row : written) delete row;
+    freeRows(written);
 
     if (sqlite3_exec(mDb, "COMMIT TRANSACTION;", nullptr, nullptr, nullptr) != 0) {
-      GORV_LOG_SHORT("writeCachedDRToDisk", "sql:ERROR:Dbt=%s info=%s\n", mTableName.c_str(),
-                     sqlite3_errmsg(mDb));
+      logExecError();
       execOrLog("ROLLBACK TRANSACTION;");
     }
     int result = 0;
@@ -159,12 +151,38 @@ int LMDatabase<AppState>::writeCachedDRToDisk() {
     }
     return result;
   } catch (const std::exception& e) {
+    abandonFlush(insert, update, written);
     GORV_LOG(kTag, "writeCachedDRToDisk", "Caught exception: %s in %s", e.what(),
              "writeCachedDRToDisk");
   } catch (...) {
+    abandonFlush(insert, update, written);
     GORV_LOG(kTag, "writeCachedDRToDisk", "Caught Exception in %s", "writeCachedDRToDisk");
   }
   return 0;
+}
+
+bool LMDatabase<AppState>::prepareOrLog(const std::string& sql, sqlite3_stmt** statement) {
+  if (sqlite3_prepare_v2(mDb, sql.c_str(), static_cast<int>(sql.size()), statement, nullptr) == 0) {
+    return true;
+  }
+  GORV_LOG_SHORT("writeCachedDRToDisk", "ERROR:Dbt=%s info=%s\n", mTableName.c_str(),
+                 sqlite3_errmsg(mDb));
+  return false;
+}
+
+void LMDatabase<AppState>::abandonFlush(sqlite3_stmt* insert, sqlite3_stmt* update,
+                                        std::list<AppState*>& written) {
+  sqlite3_finalize(insert);
+  sqlite3_finalize(update);
+  if (sqlite3_get_autocommit(mDb) == 0) {
+    sqlite3_exec(mDb, "ROLLBACK TRANSACTION;", nullptr, nullptr, nullptr);
+  }
+  freeRows(written);
+}
+
+void LMDatabase<AppState>::freeRows(std::list<AppState*>& rows) {
+  for (AppState* row : rows) delete row;
+  rows.clear();
 }
 
 bool LMDatabase<AppState>::takeRows(std::list<AppState*>& written,

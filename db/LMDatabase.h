@@ -4,19 +4,29 @@
 // disk in one transaction per flush (LMDatabaseWriteCachedToDisk) and once
 // more when the object is destroyed.
 //
-// Guarantees: a flush lands whole or not at all (one transaction; an on-disk
-// database uses WAL, so a crash or a full disk never leaves a half-written
-// flush or a corrupt file). Rows queued while a flush runs are written by
-// that flush or the next one. Not guaranteed: rows queued while the
-// destructor's final flush runs are reported and dropped; a row whose write
-// fails (a constraint, an I/O error) is logged and not retried.
+// What a flush guarantees: the rows it takes are written in one BEGIN
+// IMMEDIATE ... COMMIT transaction (on a WAL journal for a file), so a
+// crash, a full disk or a failed COMMIT (rolled back, logged) loses that
+// flush's rows and never leaves a half-written flush or a corrupt file.
+// Rows queued while a flush runs are written by that flush or the next one.
+// Every row taken is consumed: a row whose write fails (a constraint, an I/O
+// error) is logged and not retried. When BEGIN fails, the flush rolls back
+// and writes its rows one by one, each in its own implicit transaction.
+// A flush that throws (out of memory) leaves no prepared statement and no
+// open transaction; the rows it had taken are dropped. Rows queued while
+// the destructor's final flush runs are reported and dropped.
+//
+// The owner's own queries on connection(): a transaction the owner leaves
+// open makes the next flush's BEGIN fail; the flush then rolls the owner's
+// transaction back (its changes are lost), writes its rows one by one and
+// logs the failed BEGIN, COMMIT and second ROLLBACK. Commit first.
 //
 // Threads: queueRow may be called from any thread at any time; the cache is
 // guarded by mCacheMutex, which is never held during SQLite calls (a flush
 // takes the waiting rows out under it, writes them, and looks again until it
-// finds the cache empty). Everything
-// else (init, flush, close, destruction) must come from one owner, one call
-// at a time: the connection and statements have no lock.
+// finds the cache empty). Everything else (init, flush, close, destruction,
+// connection()) must come from one owner, one call at a time: the
+// connection and statements have no lock.
 #pragma once
 
 #include <sqlite3.h>
@@ -83,7 +93,14 @@ class LMDatabase<AppState> {
   bool takeRows(std::list<AppState*>& written, std::list<AppState*>::iterator* first);
   void writeRow(AppState& row, sqlite3_stmt* insert, sqlite3_stmt* update);
   void bindRow(sqlite3_stmt* statement, AppState& row);
+  // Prepares `sql` into `statement`; false (logged) when SQLite refuses it.
+  bool prepareOrLog(const std::string& sql, sqlite3_stmt** statement);
+  // A flush's handler: finalizes the statements, rolls back an open
+  // transaction and frees the rows taken. Never throws.
+  void abandonFlush(sqlite3_stmt* insert, sqlite3_stmt* update, std::list<AppState*>& written);
+  static void freeRows(std::list<AppState*>& rows);
   void logStepError(int code);
+  void logExecError();
   void execOrLog(const char* sql);
 
   std::list<AppState*> mRowCache;  // guarded by mCacheMutex; owned rows

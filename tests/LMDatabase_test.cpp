@@ -22,6 +22,7 @@
 #include <thread>
 #include <vector>
 
+#include "tests/support/AllocationFault.h"
 #include "tests/support/LogCapture.h"
 
 namespace {
@@ -391,6 +392,45 @@ TEST_F(LMDatabaseTest, RowsQueuedWhileFlushingAreWrittenExactlyOnce) {
   EXPECT_EQ(One(db.connection(), "SELECT count(*) FROM apps"), std::to_string(kProducers * kRows));
   EXPECT_EQ(One(db.connection(), "SELECT count(DISTINCT appName) FROM apps"),
             std::to_string(kProducers * kRows));
+}
+
+TEST_F(LMDatabaseTest, AFlushOutOfMemoryLeavesNoStatementAndNoTransaction) {
+  LMDatabase<AppState> db("apps", dir, "apps.db");
+  ASSERT_EQ(db.LMDatabaseInit(), 0);
+  db.queueRow(Row(0, 1, "kept"));
+  LogCapture logs;
+  // Every allocation of a flush in turn throws, until a flush makes fewer.
+  long n = 1;
+  for (;; ++n) {
+    logs.Clear();
+    ArmAllocationFailure(n, Allocations::kAll);
+    EXPECT_EQ(db.writeCachedDRToDisk(), 0);
+    bool failed = CountedAllocations() >= n;
+    CountAllocations(false);
+    if (!failed) break;
+    EXPECT_EQ(logs.Messages(), Lines{"LMDB: writeCachedDRToDisk() N: Caught exception: "
+                                     "std::bad_alloc in writeCachedDRToDisk"});
+    EXPECT_EQ(sqlite3_next_stmt(db.connection(), nullptr), nullptr);
+    EXPECT_NE(sqlite3_get_autocommit(db.connection()), 0);
+    EXPECT_EQ(db.cachedRows(), 1u);
+  }
+  EXPECT_GT(n, 2);  // both statement texts failed once
+  EXPECT_EQ(Select(db.connection(), kAllRows), Lines{"1|1|kept|NULL|4"});
+}
+
+TEST_F(LMDatabaseTest, AnOpenTransactionOfTheOwnerIsRolledBackByTheNextFlush) {
+  LMDatabase<AppState> db("apps", dir, "apps.db");
+  ASSERT_EQ(db.LMDatabaseInit(), 0);
+  sqlite3_exec(db.connection(), "BEGIN; INSERT INTO apps(appName) VALUES ('owner');", nullptr,
+               nullptr, nullptr);
+  db.queueRow(Row(0, 1, "flushed"));
+  LogCapture logs;
+  EXPECT_EQ(db.writeCachedDRToDisk(), 0);
+  std::string error = "writeCachedDRToDisk() N: sql:ERROR:Dbt=apps info=";
+  EXPECT_EQ(logs.Messages(), (Lines{error + "cannot start a transaction within a transaction\n",
+                                    error + "cannot commit - no transaction is active\n",
+                                    error + "cannot rollback - no transaction is active\n"}));
+  EXPECT_EQ(Select(db.connection(), kAllRows), Lines{"1|1|flushed|NULL|4"});
 }
 
 }  // namespace
