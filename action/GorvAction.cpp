@@ -131,15 +131,15 @@ void GorvAction::updateAutoPenatly(float fps) {
   }
 }
 
-int GorvAction::DetectGameFPS(float /*unused*/) {
+int GorvAction::DetectGameFPS(float /*unused*/) const {
   return static_cast<int>(DetectionBucket(historyMax()));
 }
 
-bool GorvAction::isGameFPSChange(float /*unused*/, float target) {
+bool GorvAction::isGameFPSChange(float /*unused*/, float target) const {
   return std::fabs(historyMax() - target) > kChangeBand;
 }
 
-int GorvAction::GetRoundOffFps(float fps) {
+int GorvAction::GetRoundOffFps(float fps) const {
   struct Bucket {
     float above;
     float upTo;
@@ -194,7 +194,7 @@ void GorvAction::acquireLock() {
 
 void GorvAction::releaseLock() { removeAction(mPerfHandle); }
 
-void GorvAction::traceCounter(const char* name, float value) {
+void GorvAction::traceCounter(const char* name, float value) const {
   if (!mFeature.mTraceEnabled) return;
   gorv::Env* env = gorv::Env::Default();
   if ((env->TraceEnabledTags() & gorv::Env::kTraceTagAlways) == 0) return;

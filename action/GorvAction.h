@@ -44,11 +44,11 @@ class GorvAction {
   // target, acquire when it keeps up and no lock is held.
   void updateAutoPenatly(float fps);
   // Target bucket of the history's maximum (the argument is not used).
-  int DetectGameFPS(float unused);
+  int DetectGameFPS(float unused) const;
   // Whether the history's maximum is more than 5 away from `target`.
-  bool isGameFPSChange(float unused, float target);
+  bool isGameFPSChange(float unused, float target) const;
   // Coarser rounding table: 30, 40, 60, 90, 120, 144 or -1.
-  int GetRoundOffFps(float fps);
+  int GetRoundOffFps(float fps) const;
 
   // Takes the performance lock unless disabled or already held.
   void applyAction();
@@ -70,7 +70,7 @@ class GorvAction {
   float historyMax() const;
   void acquireLock();
   void releaseLock();
-  void traceCounter(const char* name, float value);
+  void traceCounter(const char* name, float value) const;
 
   // The fps node's path, built once: a round that writes the node then
   // allocates nothing.

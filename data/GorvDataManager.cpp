@@ -128,7 +128,7 @@ int GorvDataManager::getFPS(void* out, int interval, int duration) {
   return 0;
 }
 
-void GorvDataManager::collectTrigger(void* /*unused*/) {
+void GorvDataManager::collectTrigger(void* /*unused*/) const {
   if (mMetaMeter == nullptr) {
     GORV_LOG(kTag, "collectTrigger", "mMetaMeter not available\n ");
     return;

@@ -58,7 +58,7 @@ class GorvDataManager {
   // sum(queue) / (duration / interval) to the std::vector<float> at `out`.
   int getFPS(void* out, int interval, int duration);
   // Interval task of "MetersTrig": replays the stored payload to the meters.
-  void collectTrigger(void* unused);
+  void collectTrigger(void* unused) const;
   // Keeps a copy of `payload`; a failed copy leaves component empty and
   // triggerValue -1.
   void setTriggerPayload(AsyncTriggerPayload& payload);

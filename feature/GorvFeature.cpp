@@ -192,7 +192,7 @@ void GorvFeature::handleVendorHintDisable(AsyncTriggerPayload& payload) {
   }
 }
 
-bool GorvFeature::isGame(std::string& package) {
+bool GorvFeature::isGame(std::string& package) const {
   std::string key = "AppClassifier";
   featureData result;
   result.value = 0;
@@ -208,7 +208,7 @@ bool GorvFeature::isGame(std::string& package) {
   return false;
 }
 
-int32_t GorvFeature::getGamePid(std::string& package) {
+int32_t GorvFeature::getGamePid(std::string& package) const {
   int32_t pid = AsyncEvent::getPid(package);
   if (pid < 0) {
     GORV_LOG(kTag, "getGamePid", "Fail to start -Pid is %d for %s\n", pid, package.c_str());
@@ -262,7 +262,7 @@ void GorvFeature::runDueTasks() {
   }
 }
 
-int32_t GorvFeature::updateSysNodes(std::string& path, int32_t value) {
+int32_t GorvFeature::updateSysNodes(std::string& path, int32_t value) const {
   // Room for "-2147483648"; to_chars writes no terminator.
   std::array<char, 12> text{};
   char* end = std::to_chars(text.data(), text.data() + text.size(), value).ptr;

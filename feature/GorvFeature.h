@@ -68,14 +68,14 @@ class GorvFeature : public Feature {
   // timers keep their phase. Under mCoreMutex (or before the threads run).
   void resetParams();
   // Whether the framework's classifier reports `package` as a game.
-  bool isGame(std::string& package);
+  bool isGame(std::string& package) const;
   // The pid of `package`'s process; negative (and logged) when none.
-  int32_t getGamePid(std::string& package);
+  int32_t getGamePid(std::string& package) const;
   // Writes `value` as decimal text, without a newline, to the node `path`
   // in one write. 0 when the node could be opened (a failed write is not
   // reported), -1 (logged) when not. Uses no member state and allocates
   // nothing; any thread.
-  int32_t updateSysNodes(std::string& path, int32_t value);
+  int32_t updateSysNodes(std::string& path, int32_t value) const;
 
   // Fixed at construction (before the framework's threads run).
   bool mTraceEnabled;

@@ -4,7 +4,8 @@
 // Owned by GorvFeature (through Feature::metaMeter). writeToDataBase runs on
 // the framework's meter thread while the feature's threads set requests in
 // mMeterRequests and read mFps, so both are atomics; the map's keys are fixed
-// after construction.
+// after construction but for one late insertion on the meter thread
+// (MeterRequestMap.h).
 #pragma once
 
 #include <atomic>
