@@ -130,7 +130,10 @@ void BM_TriggerStartStop(benchmark::State& state) {
     feature->runAsync(Trigger(GorvFeature::kTriggerStop));
   }
 }
-BENCHMARK(BM_TriggerStartStop)->Repetitions(5)->ReportAggregatesOnly(true)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_TriggerStartStop)
+    ->Repetitions(5)
+    ->ReportAggregatesOnly(true)
+    ->Unit(benchmark::kMicrosecond);
 
 // One write of the fps node, as a round that changes the target makes it.
 void BM_NodeWrite(benchmark::State& state) {
@@ -139,9 +142,9 @@ void BM_NodeWrite(benchmark::State& state) {
   std::string path = GorvFeature::kFpsNode;
   int64_t allocations = AllocationCounter::Allocations();
   for (auto _ : state) feature->updateSysNodes(path, 60);
-  state.counters["allocs_per_write"] = benchmark::Counter(
-      static_cast<double>(AllocationCounter::Allocations() - allocations),
-      benchmark::Counter::kAvgIterations);
+  state.counters["allocs_per_write"] =
+      benchmark::Counter(static_cast<double>(AllocationCounter::Allocations() - allocations),
+                         benchmark::Counter::kAvgIterations);
 }
 BENCHMARK(BM_NodeWrite)->Unit(benchmark::kMicrosecond);
 

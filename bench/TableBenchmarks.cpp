@@ -44,7 +44,8 @@ class RawTable {
   RawTable(const std::string& name, bool wal) {
     sqlite3_open_v2(name.c_str(), &mDb, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
     if (wal) Exec(mDb, "PRAGMA journal_mode=WAL");
-    Exec(mDb, "CREATE TABLE apps(intcol1 INTEGER, appName TEXT NOT null, rsvdName TEXT, blob BLOB)");
+    Exec(mDb,
+         "CREATE TABLE apps(intcol1 INTEGER, appName TEXT NOT null, rsvdName TEXT, blob BLOB)");
     sqlite3_prepare_v2(mDb, "INSERT INTO apps(intcol1, appName, rsvdName, blob) VALUES (?,?,?,?)",
                        -1, &mInsert, nullptr);
   }
@@ -112,7 +113,9 @@ void BM_Flush(benchmark::State& state) {
   if (db.LMDatabaseInit() != 0) state.SkipWithError("cannot open the table");
   RawTable raw(wal ? dir.path() + "raw.db" : ":memory:", wal);
   std::vector<std::string> names;
-  for (int64_t i = 0; i < state.range(0); ++i) names.push_back("com.example.app" + std::to_string(i));
+  for (int64_t i = 0; i < state.range(0); ++i) {
+    names.push_back("com.example.app" + std::to_string(i));
+  }
   double flushSeconds = 0.0;
   double rawSeconds = 0.0;
   bool flushFirst = true;

@@ -267,7 +267,8 @@ int32_t GorvFeature::updateSysNodes(std::string& path, int32_t value) const {
   std::array<char, 12> text{};
   char* end = std::to_chars(text.data(), text.data() + text.size(), value).ptr;
   size_t length = static_cast<size_t>(end - text.data());
-  if (gorv::Env::Default()->WriteNode(path, text.data(), length) == gorv::NodeFile::Outcome::kUnopened) {
+  if (gorv::Env::Default()->WriteNode(path, text.data(), length) ==
+      gorv::NodeFile::Outcome::kUnopened) {
     GORV_LOG(kTag, "updateSysNodes", "Unable to open %s file", path.c_str());
     return -1;
   }

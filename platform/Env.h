@@ -57,8 +57,7 @@ class Env {
   // write (NodeFile::Write: created if missing, truncated if present).
   // `path` is the node's name on a device; a host binding may place it
   // elsewhere. Allocates nothing unless a host binding records the write.
-  virtual NodeFile::Outcome WriteNode(const std::string& path, const char* text,
-                                      size_t length) = 0;
+  virtual NodeFile::Outcome WriteNode(const std::string& path, const char* text, size_t length) = 0;
 };
 
 }  // namespace gorv

@@ -9,7 +9,6 @@
 #include <cstring>
 #include <utility>
 
-
 namespace gorv {
 
 Env* Env::Default() { return &HostEnv::Get(); }
@@ -171,7 +170,9 @@ NodeFile::Outcome HostEnv::WriteNode(const std::string& path, const char* text, 
     std::lock_guard<std::mutex> lock(mMutex);
     int size = std::snprintf(hostPath, sizeof(hostPath), "%s%s", mSysfsRoot.c_str(), path.c_str());
     // A path the kernel could not take either.
-    if (size < 0 || static_cast<size_t>(size) >= sizeof(hostPath)) return NodeFile::Outcome::kUnopened;
+    if (size < 0 || static_cast<size_t>(size) >= sizeof(hostPath)) {
+      return NodeFile::Outcome::kUnopened;
+    }
     observed = mRecordEvents || !mListeners.empty();
   }
   NodeFile::Outcome outcome = NodeFile::Write(hostPath, text, length);

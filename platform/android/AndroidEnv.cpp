@@ -46,8 +46,7 @@ void AndroidEnv::TraceBegin(const char* name) { atrace_begin_body(name); }
 
 void AndroidEnv::TraceEnd() { atrace_end_body(); }
 
-NodeFile::Outcome AndroidEnv::WriteNode(const std::string& path, const char* text,
-                                        size_t length) {
+NodeFile::Outcome AndroidEnv::WriteNode(const std::string& path, const char* text, size_t length) {
   return NodeFile::Write(path.c_str(), text, length);
 }
 
