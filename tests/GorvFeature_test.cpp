@@ -118,7 +118,6 @@ TEST_F(GorvFeatureTest, NodeWriterWritesDecimalTextOrReportsTheOpenFailure) {
 }
 
 TEST_F(GorvFeatureTest, HooksAnswerThemselvesAndAFailedNodeWriteStillCounts) {
-  auto feature = Make();
   Feature& base = *feature;
   int32_t first = 7;
   int32_t second = 7;
@@ -129,11 +128,11 @@ TEST_F(GorvFeatureTest, HooksAnswerThemselvesAndAFailedNodeWriteStillCounts) {
 
   // Opened but not written (the device is full): reported as written.
   LogCapture logs;
-  HostEnv::Get().SetSysfsRoot("");
+  env().SetSysfsRoot("");
   std::string full = "/dev/full";
   EXPECT_EQ(feature->updateSysNodes(full, 60), 0);
-  EXPECT_TRUE(logs.Messages().empty());
-  HostEnv::Get().SetSysfsRoot(sysfs.path());
+  EXPECT_EQ(logs.Messages(), Lines{});
+  env().SetSysfsRoot(sysfs.path());
   std::string fps = GorvFeature::kFpsNode;
   feature->updateSysNodes(fps, -2147483647 - 1);
   EXPECT_EQ(sysfs.Read(fps), "-2147483648");
