@@ -2,6 +2,7 @@
 
 #include <android/log.h>
 
+#include <algorithm>
 #include <atomic>
 
 #include "host/platform/HostEnv.h"
@@ -52,7 +53,8 @@ struct RecorderHooks {
   }
 };
 
-EventRecorder::EventRecorder(int64_t originNs) : mOriginNs(originNs) {
+EventRecorder::EventRecorder(int64_t originNs, int64_t endMs, RunSink& sink)
+    : mOriginNs(originNs), mEndMs(endMs), mSink(sink) {
   gRecorder.store(this);
   __android_log_set_logger(&RecorderHooks::OnLog);
   mListenerId = gorv::HostEnv::Get().AddListener(
@@ -74,15 +76,11 @@ void EventRecorder::RecordTrigger(const AsyncTriggerPayload& payload) {
   Record(std::move(event));
 }
 
-std::vector<SimEvent> EventRecorder::Events() const {
-  std::lock_guard<std::mutex> lock(mMutex);
-  return mEvents;
-}
-
 void EventRecorder::Record(SimEvent event) {
-  event.tMs = NowMs();
   std::lock_guard<std::mutex> lock(mMutex);
-  mEvents.push_back(std::move(event));
+  // Stamped under the lock, so that times never decrease.
+  event.tMs = std::min(NowMs(), mEndMs);
+  mSink.Event(event);
 }
 
 int64_t EventRecorder::NowMs() const {

@@ -1,25 +1,27 @@
 // Collects what the plug-in does during a run: the host platform's effects
 // (node writes, lock calls, trace events) and the plug-in's log lines
-// (through liblog's logger), each stamped with the run's clock. Thread-safe;
-// one recorder at a time.
+// (through liblog's logger), each stamped with the run's clock and handed to
+// a sink at once (nothing is kept). Effects after `endMs` (a real-time run
+// being stopped) are stamped endMs. Thread-safe: the sink is called under
+// the recorder's lock, one event at a time. One recorder at a time.
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <mutex>
-#include <vector>
 
 #include "framework/AsyncTriggerPayload.h"
-#include "sim/SimEvent.h"
+#include "sim/RunSink.h"
 
 class EventRecorder {
  public:
-  // `originNs`: monotonic time of the run's 0.
-  explicit EventRecorder(int64_t originNs);
+  // `originNs`: monotonic time of the run's 0. `sink` must outlive the
+  // recorder; only its Event() is called.
+  EventRecorder(int64_t originNs, int64_t endMs, RunSink& sink);
   ~EventRecorder();  // detaches from the platform and from liblog
+  EventRecorder(const EventRecorder&) = delete;
+  EventRecorder& operator=(const EventRecorder&) = delete;
 
   void RecordTrigger(const AsyncTriggerPayload& payload);
-  std::vector<SimEvent> Events() const;
 
  private:
   friend struct RecorderHooks;
@@ -27,7 +29,8 @@ class EventRecorder {
   int64_t NowMs() const;
 
   const int64_t mOriginNs;
+  const int64_t mEndMs;
   int mListenerId;
-  mutable std::mutex mMutex;
-  std::vector<SimEvent> mEvents;  // guarded by mMutex, in order
+  std::mutex mMutex;
+  RunSink& mSink;  // guarded by mMutex
 };

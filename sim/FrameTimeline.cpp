@@ -1,152 +1,203 @@
 #include "sim/FrameTimeline.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <cstdlib>
-#include <fstream>
+#include <charconv>
 #include <limits>
-#include <sstream>
+#include <optional>
+#include <string_view>
+
+#include "sim/InputFile.h"
+#include "sim/TextEscape.h"
+#include "sim/TextLines.h"
 
 namespace {
 
 constexpr int64_t kSecondNs = 1000000000;
-constexpr const char* kProfileMarker = "---PROFILEDATA---";
+constexpr std::string_view kProfileMarker = "---PROFILEDATA---";
 
-std::vector<std::string> Lines(const std::string& text) {
-  std::vector<std::string> lines;
-  std::istringstream in(text);
-  for (std::string line; std::getline(in, line);) {
-    if (!line.empty() && line.back() == '\r') line.pop_back();
-    lines.push_back(line);
-  }
-  return lines;
+bool IsBlank(char c) { return c == ' ' || c == '\t'; }
+
+std::string_view Trimmed(std::string_view text) {
+  while (!text.empty() && IsBlank(text.front())) text.remove_prefix(1);
+  while (!text.empty() && IsBlank(text.back())) text.remove_suffix(1);
+  return text;
 }
 
-std::vector<std::string> Split(const std::string& line, char separator) {
-  std::vector<std::string> fields;
-  std::string field;
-  std::istringstream in(line);
-  while (std::getline(in, field, separator)) fields.push_back(field);
-  return fields;
-}
-
-std::vector<std::string> Words(const std::string& line) {
-  std::vector<std::string> words;
-  std::istringstream in(line);
-  for (std::string word; in >> word;) words.push_back(word);
-  return words;
-}
-
-bool ToInt64(const std::string& text, int64_t* value) {
+bool ToInt64(std::string_view text, int64_t* value) {
+  text = Trimmed(text);
   if (text.empty()) return false;
-  char* end = nullptr;
-  errno = 0;
-  long long parsed = std::strtoll(text.c_str(), &end, 10);
-  if (errno != 0 || *end != '\0') return false;
-  *value = parsed;
-  return true;
+  auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), *value);
+  return error == std::errc() && end == text.data() + text.size();
 }
 
-// All words of the line are integers; returns how many (0 for other lines).
-size_t IntegerWords(const std::string& line, std::vector<int64_t>* values) {
-  std::vector<std::string> words = Words(line);
-  values->clear();
-  for (const std::string& word : words) {
+// The line's blank-separated words, all integers: how many (up to 4), or 0
+// when a word is not an integer (or out of the 64-bit range).
+size_t IntegerWords(std::string_view line, int64_t values[4]) {
+  size_t count = 0;
+  for (size_t pos = 0;;) {
+    while (pos < line.size() && IsBlank(line[pos])) ++pos;
+    if (pos == line.size()) return count;
+    size_t end = pos;
+    while (end < line.size() && !IsBlank(line[end])) ++end;
     int64_t value;
-    if (!ToInt64(word, &value)) return 0;
-    values->push_back(value);
+    if (!ToInt64(line.substr(pos, end - pos), &value)) return 0;
+    if (count < 4) values[count] = value;
+    ++count;
+    pos = end;
   }
-  return values->size();
 }
 
-bool ParseSurfaceFlinger(const std::vector<std::string>& lines, size_t firstRow,
-                         std::vector<int64_t>* frames) {
-  std::vector<int64_t> values;
-  for (size_t i = firstRow; i < lines.size() && IntegerWords(lines[i], &values) == 3; ++i) {
+// The n-th comma-separated field of `line` (empty when missing).
+std::string_view Field(std::string_view line, size_t n) {
+  for (size_t i = 0; i < n; ++i) {
+    size_t comma = line.find(',');
+    if (comma == std::string_view::npos) return {};
+    line.remove_prefix(comma + 1);
+  }
+  return line.substr(0, line.find(','));
+}
+
+size_t Column(std::string_view header, std::string_view name) {
+  for (size_t i = 0;; ++i) {
+    size_t comma = header.find(',');
+    if (header.substr(0, comma) == name) return i;
+    if (comma == std::string_view::npos) return std::string::npos;
+    header.remove_prefix(comma + 1);
+  }
+}
+
+enum class Format { Gfxinfo, SurfaceFlinger, FrameTimes };
+
+const char* FormatName(Format format) {
+  switch (format) {
+    case Format::Gfxinfo:
+      return "gfxinfo framestats";
+    case Format::SurfaceFlinger:
+      return "SurfaceFlinger latency";
+    case Format::FrameTimes:
+      return "frame times";
+  }
+  return "";
+}
+
+// First pass: a ---PROFILEDATA--- line anywhere makes it gfxinfo; a first
+// row of three integers right after a line of one makes it SurfaceFlinger.
+bool Detect(const std::string& name, std::string_view text, Format* format, std::string* error) {
+  TextLines lines(name, text);
+  std::optional<Format> found;
+  size_t previousCount = 0;
+  int64_t values[4];
+  for (std::string_view line; lines.Next(&line);) {
+    if (line == kProfileMarker) {
+      *format = Format::Gfxinfo;
+      return true;
+    }
+    size_t count = IntegerWords(line, values);
+    if (!found && count == 3) {
+      found = previousCount == 1 ? Format::SurfaceFlinger : Format::FrameTimes;
+    }
+    previousCount = count;
+  }
+  *error = lines.error();
+  *format = found.value_or(Format::FrameTimes);
+  return error->empty();
+}
+
+void ParseSurfaceFlinger(TextLines& lines, std::vector<int64_t>* frames) {
+  int64_t values[4];
+  bool rows = false;
+  size_t previousCount = 0;
+  for (std::string_view line; lines.Next(&line);) {
+    size_t count = IntegerWords(line, values);
+    if (!rows && !(count == 3 && previousCount == 1)) {
+      previousCount = count;
+      continue;
+    }
+    if (count != 3) return;  // the device's trailer
+    rows = true;
     bool zeros = values[0] == 0 && values[1] == 0 && values[2] == 0;
-    bool pending = std::count(values.begin(), values.end(), std::numeric_limits<int64_t>::max());
+    bool pending = std::count(values, values + 3, std::numeric_limits<int64_t>::max()) > 0;
     if (!zeros && !pending) frames->push_back(values[1]);
   }
-  return true;
 }
 
-void ParseGfxinfo(const std::vector<std::string>& lines, std::vector<int64_t>* frames) {
-  size_t i = 0;
+void ParseGfxinfo(TextLines& lines, std::vector<int64_t>* frames) {
+  std::string_view line;
   while (frames->empty()) {
-    while (i < lines.size() && lines[i] != kProfileMarker) ++i;
-    if (++i >= lines.size()) return;  // no further block
-    std::vector<std::string> header = Split(lines[i], ',');
-    auto column = [&header](const char* name) {
-      return static_cast<size_t>(std::find(header.begin(), header.end(), name) - header.begin());
-    };
-    size_t flags = column("Flags");
-    size_t completed = column("FrameCompleted");
-    for (++i; i < lines.size() && lines[i] != kProfileMarker; ++i) {
-      std::vector<std::string> row = Split(lines[i], ',');
+    while (lines.Next(&line) && line != kProfileMarker) {
+    }
+    std::string_view header;
+    if (!lines.Next(&header)) return;  // no further block
+    size_t flags = Column(header, "Flags");
+    size_t completed = Column(header, "FrameCompleted");
+    while (lines.Next(&line) && line != kProfileMarker) {
       int64_t flag = 0;
       int64_t time = 0;
-      if (completed >= row.size() || !ToInt64(row[completed], &time)) continue;
-      if (flags < row.size() && ToInt64(row[flags], &flag) && flag != 0) continue;
+      if (completed == std::string::npos || !ToInt64(Field(line, completed), &time)) continue;
+      if (flags != std::string::npos && ToInt64(Field(line, flags), &flag) && flag != 0) continue;
       frames->push_back(time);
     }
-    ++i;  // past the closing marker
   }
+}
+
+bool ParseFrameTimes(TextLines& lines, std::vector<int64_t>* frames, std::string* error) {
+  int64_t values[4];
+  for (std::string_view line; lines.Next(&line);) {
+    if (Trimmed(line).empty()) continue;
+    if (IntegerWords(line, values) != 1) {
+      *error = lines.Where() +
+               "expected a frame time in ns, an integer within the 64-bit range (or a "
+               "SurfaceFlinger --latency or gfxinfo framestats capture)";
+      return false;
+    }
+    frames->push_back(values[0]);
+  }
+  return true;
 }
 
 }  // namespace
 
 bool FrameTimeline::Load(const std::string& path, FrameTimeline* timeline, std::string* error) {
-  std::ifstream in(path, std::ios::binary);
-  if (!in) {
-    *error = path + ": cannot open the frame capture";
+  std::string text;
+  if (!InputFile::Read(path, "frame capture", InputFile::kMaxCaptureBytes, &text, error)) {
     return false;
   }
-  std::ostringstream text;
-  text << in.rdbuf();
-  return Parse(path, text.str(), timeline, error);
+  return Parse(path, text, timeline, error);
 }
 
-bool FrameTimeline::Parse(const std::string& name, const std::string& text,
-                          FrameTimeline* timeline, std::string* error) {
-  std::string body = text.rfind("\xEF\xBB\xBF", 0) == 0 ? text.substr(3) : text;
-  std::vector<std::string> lines = Lines(body);
+bool FrameTimeline::Parse(const std::string& name, const std::string& text, FrameTimeline* timeline,
+                          std::string* error) {
+  Format format;
+  if (!Detect(name, text, &format, error)) return false;
+  timeline->mFormat = FormatName(format);
   std::vector<int64_t> frames;
-  std::vector<int64_t> values;
-
-  auto firstRow = std::find_if(lines.begin(), lines.end(),
-                               [&values](const std::string& l) { return IntegerWords(l, &values) == 3; });
-  if (std::find(lines.begin(), lines.end(), kProfileMarker) != lines.end()) {
-    timeline->mFormat = "gfxinfo framestats";
-    ParseGfxinfo(lines, &frames);
-  } else if (firstRow != lines.end() && firstRow != lines.begin() &&
-             IntegerWords(*(firstRow - 1), &values) == 1) {
-    timeline->mFormat = "SurfaceFlinger latency";
-    ParseSurfaceFlinger(lines, static_cast<size_t>(firstRow - lines.begin()), &frames);
-  } else {
-    timeline->mFormat = "frame times";
-    for (size_t i = 0; i < lines.size(); ++i) {
-      if (Words(lines[i]).empty()) continue;
-      if (IntegerWords(lines[i], &values) != 1) {
-        *error = name + ":" + std::to_string(i + 1) +
-                 ": expected a frame time in ns (or a SurfaceFlinger --latency or gfxinfo "
-                 "framestats capture)";
-        return false;
-      }
-      frames.push_back(values[0]);
-    }
+  TextLines lines(name, text);
+  if (format == Format::Gfxinfo) ParseGfxinfo(lines, &frames);
+  if (format == Format::SurfaceFlinger) ParseSurfaceFlinger(lines, &frames);
+  if (format == Format::FrameTimes && !ParseFrameTimes(lines, &frames, error)) return false;
+  if (!lines.error().empty()) {
+    *error = lines.error();
+    return false;
   }
   if (frames.empty()) {
-    *error = name + ": no frames in this " + timeline->mFormat + " capture";
+    *error = TextEscape::Terminal(name) + ": no frames in this " + timeline->mFormat + " capture";
     return false;
   }
   std::sort(frames.begin(), frames.end());
   int64_t first = frames.front();
+  int64_t span;
+  if (__builtin_sub_overflow(frames.back(), first, &span)) {
+    *error = TextEscape::Terminal(name) +
+             ": the frame times span more than 2^63 ns; the capture is damaged";
+    return false;
+  }
   for (int64_t& frame : frames) frame -= first;
   timeline->mFrames = std::move(frames);
   return true;
 }
 
 int FrameTimeline::FramesInSecondBefore(int64_t tNs) const {
+  if (tNs < 0) return 0;
   auto upTo = std::upper_bound(mFrames.begin(), mFrames.end(), tNs);
   auto after = std::upper_bound(mFrames.begin(), mFrames.end(), tNs - kSecondNs);
   return static_cast<int>(upTo - after);

@@ -8,7 +8,9 @@
 //    ---PROFILEDATA--- lines; the first block holding a frame is used, a
 //    frame's time is its FrameCompleted column; rows with Flags != 0 skipped;
 //  - a plain list of frame times in ns, one per line.
-// A UTF-8 byte-order mark is skipped.
+// Lines are read as TextLines reads them (CR or CRLF ends, a byte-order
+// mark skipped, bad bytes refused). Times may be any 64-bit values, negative
+// or out of order: they are sorted and counted from the earliest.
 #pragma once
 
 #include <cstdint>

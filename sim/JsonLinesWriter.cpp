@@ -3,9 +3,20 @@
 #include <nlohmann/json.hpp>
 
 void JsonLinesWriter::Write(const RunResult& result, std::ostream& out) {
-  for (const SimEvent& event : result.events) {
-    if (event.IsEffect()) out << Line(event) << '\n';
+  JsonLinesWriter writer(out);
+  result.Replay(writer);
+}
+
+void JsonLinesWriter::Event(const SimEvent& event) {
+  if (event.IsEffect()) mOut << Line(event) << '\n';
+}
+
+void JsonLinesWriter::End(const RunEnd& end) {
+  if (!end.stopped.empty()) {
+    nlohmann::ordered_json line = {{"t", end.endMs}, {"event", "stopped"}, {"reason", end.stopped}};
+    mOut << line.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) << '\n';
   }
+  mOut.flush();
 }
 
 std::string JsonLinesWriter::Line(const SimEvent& event) {

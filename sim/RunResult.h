@@ -1,4 +1,5 @@
-// Everything a finished run leaves for the reports.
+// A whole run kept in memory, for tests and short runs: RunCollector fills
+// it as a sink, Replay() hands it to another sink (an output) afterwards.
 #pragma once
 
 #include <cstdint>
@@ -6,14 +7,28 @@
 #include <utility>
 #include <vector>
 
-#include "sim/SimEvent.h"
+#include "sim/RunSink.h"
 
 struct RunResult {
-  std::string scenarioName;
-  int64_t endMs = 0;
+  RunInfo info;
   std::vector<SimEvent> events;  // in the order they happened
-  // The frame-rate source sampled every 100 ms: (ms, fps).
-  std::vector<std::pair<int64_t, float>> measured;
-  // Time a game session was active (the feature had asked for periodic work).
-  int64_t sessionMs = 0;
+  RunEnd end;
+
+  void Replay(RunSink& sink) const {
+    sink.Begin(info);
+    for (const SimEvent& event : events) sink.Event(event);
+    sink.End(end);
+  }
+};
+
+// Collects a run into a RunResult (which it does not own).
+class RunCollector : public RunSink {
+ public:
+  explicit RunCollector(RunResult* result) : mResult(result) {}
+  void Begin(const RunInfo& info) override { mResult->info = info; }
+  void Event(const SimEvent& event) override { mResult->events.push_back(event); }
+  void End(const RunEnd& end) override { mResult->end = end; }
+
+ private:
+  RunResult* mResult;
 };

@@ -1,47 +1,49 @@
 #include "sim/RunSummary.h"
 
-#include <cstdlib>
+#include <charconv>
 
-RunSummary RunSummary::Of(const RunResult& result) {
-  RunSummary summary;
-  std::map<int32_t, int64_t> held;  // handle -> acquired at
-  for (const SimEvent& event : result.events) {
-    switch (event.kind) {
-      case SimEvent::Kind::Node: {
-        std::string node = ShortNode(event.name);
-        ++summary.nodeWrites[node];
-        if (node != "fps") break;
-        int value = std::atoi(event.text.c_str());
-        if (summary.targets.empty() || summary.targets.back().second != value) {
-          summary.targets.emplace_back(event.tMs, value);
-        }
-        break;
+bool RunSummary::Add(const SimEvent& event) {
+  bool wasHeld = lockHeld();
+  switch (event.kind) {
+    case SimEvent::Kind::Node: {
+      std::string node = ShortNode(event.name);
+      ++mNodeWrites[node];
+      int value = 0;
+      if (node != "fps") break;
+      std::from_chars(event.text.data(), event.text.data() + event.text.size(), value);
+      if (mTargetChanges > 0 && value == mTarget) break;
+      mTarget = value;
+      if (++mTargetChanges <= static_cast<int64_t>(kShownTargets)) {
+        mShownTargets.emplace_back(event.tMs, value);
       }
-      case SimEvent::Kind::LockAcquire:
-        if (event.handle >= 1) held[event.handle] = event.tMs;
-        break;
-      case SimEvent::Kind::LockRelease: {
-        auto found = held.find(event.handle);
-        if (found == held.end()) break;
-        summary.lockSpans.emplace_back(found->second, event.tMs);
-        held.erase(found);
-        break;
-      }
-      case SimEvent::Kind::Log:
-        ++summary.messages;
-        break;
-      default:
-        break;
+      return true;
     }
+    case SimEvent::Kind::LockAcquire:
+      if (event.handle >= 1) mHeld.emplace(event.handle, event.tMs);
+      break;
+    case SimEvent::Kind::LockRelease: {
+      auto found = mHeld.find(event.handle);
+      if (found == mHeld.end()) break;
+      mLockHeldMs += event.tMs - found->second;
+      ++mLockSpans;
+      mHeld.erase(found);
+      break;
+    }
+    case SimEvent::Kind::Log:
+      ++mMessages;
+      break;
+    default:
+      break;
   }
-  for (const auto& [handle, from] : held) summary.lockSpans.emplace_back(from, result.endMs);
-  return summary;
+  return wasHeld != lockHeld();
 }
 
-int64_t RunSummary::LockHeldMs() const {
-  int64_t total = 0;
-  for (const auto& [from, to] : lockSpans) total += to - from;
-  return total;
+void RunSummary::Finish(int64_t endMs) {
+  for (const auto& [handle, from] : mHeld) {
+    mLockHeldMs += endMs - from;
+    ++mLockSpans;
+  }
+  mHeld.clear();
 }
 
 std::string RunSummary::ShortNode(const std::string& path) {

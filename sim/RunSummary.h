@@ -1,4 +1,6 @@
-// Figures of a run, derived from its events.
+// Figures of a run, added up event by event in bounded memory: node writes
+// by node, lock-held time and spans, the fps node's changes (the first few
+// kept for the summary line, all counted), log messages. Single-threaded.
 #pragma once
 
 #include <cstdint>
@@ -7,18 +9,37 @@
 #include <utility>
 #include <vector>
 
-#include "sim/RunResult.h"
+#include "sim/SimEvent.h"
 
-struct RunSummary {
-  // Lock-held spans [from, to) in ms; a lock still held at the end runs to it.
-  std::vector<std::pair<int64_t, int64_t>> lockSpans;
-  // The fps node's values over time: (ms, value) for each change.
-  std::vector<std::pair<int64_t, int>> targets;
-  std::map<std::string, int> nodeWrites;  // by short node name
-  int messages = 0;
+class RunSummary {
+ public:
+  static constexpr size_t kShownTargets = 10;
 
-  static RunSummary Of(const RunResult& result);
-  int64_t LockHeldMs() const;
+  // True when the event changed the target or whether a lock is held.
+  bool Add(const SimEvent& event);
+  // Locks still held count as held up to `endMs`.
+  void Finish(int64_t endMs);
+
+  int target() const { return mTarget; }  // the fps node's value (0 before a write)
+  bool lockHeld() const { return !mHeld.empty(); }
+  int64_t lockHeldMs() const { return mLockHeldMs; }
+  int64_t lockSpans() const { return mLockSpans; }
+  int64_t targetChanges() const { return mTargetChanges; }
+  // The first kShownTargets changes: (ms, value).
+  const std::vector<std::pair<int64_t, int>>& shownTargets() const { return mShownTargets; }
+  const std::map<std::string, int64_t>& nodeWrites() const { return mNodeWrites; }
+  int64_t messages() const { return mMessages; }
+
   // "target_pid" for "/sys/kernel/sched_penalty/parameters/target_pid".
   static std::string ShortNode(const std::string& path);
+
+ private:
+  int mTarget = 0;
+  int64_t mTargetChanges = 0;
+  std::vector<std::pair<int64_t, int>> mShownTargets;
+  std::map<int32_t, int64_t> mHeld;  // handle -> acquired at
+  int64_t mLockHeldMs = 0;
+  int64_t mLockSpans = 0;
+  std::map<std::string, int64_t> mNodeWrites;
+  int64_t mMessages = 0;
 };

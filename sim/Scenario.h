@@ -41,7 +41,7 @@ struct Scenario {
   std::vector<std::string> ignoreList;
   std::vector<std::string> meters;  // empty: one "Fps"
   int meterLatencyMs = 50;
-  std::vector<RateChange> rates;  // in file order
+  std::vector<RateChange> rates;  // by time; equal times in file order
   std::vector<Trigger> triggers;  // in file order
   std::vector<Fault> faults;      // in file order
   int64_t endMs = -1;             // -1: 2000 ms after the latest time in the file

@@ -1,11 +1,15 @@
 #include "sim/ScenarioParser.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <cmath>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <map>
-#include <sstream>
+#include <memory>
+
+#include "sim/InputFile.h"
+#include "sim/TextLines.h"
 
 namespace {
 
@@ -48,16 +52,25 @@ bool ToInt(const std::string& text, long long min, long long max, long long* val
   return true;
 }
 
-bool ToFloat(const std::string& text, float* value) {
+// A finite float, 0 or more: out of range, NaN and infinities refused.
+bool ToRate(const std::string& text, float* value) {
   if (text.empty()) return false;
   char* end = nullptr;
+  errno = 0;
   float parsed = std::strtof(text.c_str(), &end);
-  if (*end != '\0') return false;
+  if (errno != 0 || *end != '\0' || !std::isfinite(parsed) || parsed < 0.0f) return false;
   *value = parsed;
   return true;
 }
 
+// Echoes at most this much of a word the parser did not expect.
+std::string Quoted(const std::string& word) {
+  constexpr size_t kShown = 40;
+  return "'" + (word.size() > kShown ? word.substr(0, kShown) + "..." : word) + "'";
+}
+
 constexpr long long kMaxTime = 1000LL * 60 * 60 * 24 * 365;  // a year of virtual time
+const std::string kTimeRange = "T in ms from 0 to 31536000000 (a year)";
 constexpr long long kInt32Max = 2147483647;
 constexpr long long kInt32Min = -2147483647 - 1;
 
@@ -73,15 +86,20 @@ class DirectiveParser {
     reader.Token(&directive);
     using Handler = std::string (DirectiveParser::*)(LineReader&);
     static const std::map<std::string, Handler> kHandlers = {
-        {"property", &DirectiveParser::Property}, {"app", &DirectiveParser::App},
-        {"ignore", &DirectiveParser::Ignore},     {"meter", &DirectiveParser::Meter},
-        {"meter-latency", &DirectiveParser::MeterLatency}, {"fps", &DirectiveParser::Fps},
-        {"frames", &DirectiveParser::Frames},     {"trigger", &DirectiveParser::Trigger},
-        {"fault", &DirectiveParser::Fault},       {"end", &DirectiveParser::End}};
+        {"property", &DirectiveParser::Property},
+        {"app", &DirectiveParser::App},
+        {"ignore", &DirectiveParser::Ignore},
+        {"meter", &DirectiveParser::Meter},
+        {"meter-latency", &DirectiveParser::MeterLatency},
+        {"fps", &DirectiveParser::Fps},
+        {"frames", &DirectiveParser::Frames},
+        {"trigger", &DirectiveParser::Trigger},
+        {"fault", &DirectiveParser::Fault},
+        {"end", &DirectiveParser::End}};
     auto handler = kHandlers.find(directive);
     if (handler == kHandlers.end()) {
-      return "unknown directive '" + directive +
-             "'; expected property, app, ignore, meter, meter-latency, fps, frames, trigger, "
+      return "unknown directive " + Quoted(directive) +
+             "; expected property, app, ignore, meter, meter-latency, fps, frames, trigger, "
              "fault or end";
     }
     return (this->*handler->second)(reader);
@@ -105,7 +123,9 @@ class DirectiveParser {
   }
 
   std::string App(LineReader& reader) {
-    const char* usage = "expected 'app PACKAGE CLASS PID' with integer CLASS and PID";
+    const char* usage =
+        "expected 'app PACKAGE CLASS PID' with CLASS and PID integers from -2147483648 to "
+        "2147483647";
     std::string package, appClass, pid;
     long long classValue, pidValue;
     if (!reader.Token(&package) || !reader.Token(&appClass) || !reader.Token(&pid) ||
@@ -141,8 +161,9 @@ class DirectiveParser {
     int64_t at;
     std::string token;
     float fps;
-    if (!Time(reader, &at) || !reader.Token(&token) || !ToFloat(token, &fps) || !reader.AtEnd()) {
-      return "expected 'fps T VALUE' with T in ms (0 or more) and VALUE a decimal number";
+    if (!Time(reader, &at) || !reader.Token(&token) || !ToRate(token, &fps) || !reader.AtEnd()) {
+      return "expected 'fps T VALUE' with " + kTimeRange +
+             " and VALUE a finite decimal number from 0 to 3.4e38";
     }
     mScenario->rates.push_back({at, fps, nullptr});
     return "";
@@ -150,20 +171,25 @@ class DirectiveParser {
 
   std::string Frames(LineReader& reader) {
     int64_t at;
-    if (!Time(reader, &at)) return "expected 'frames T FILE' with T in ms (0 or more)";
+    if (!Time(reader, &at)) return "expected 'frames T FILE' with " + kTimeRange;
     std::string file = reader.Rest();
     if (file.empty()) return "expected 'frames T FILE': FILE is missing";
-    auto timeline = std::make_shared<FrameTimeline>();
     std::string path = (std::filesystem::path(mDirectory) / file).string();
-    std::string error;
-    if (!FrameTimeline::Load(path, timeline.get(), &error)) return error;
+    // A capture named on several lines is read once.
+    std::shared_ptr<const FrameTimeline>& timeline = mCaptures[path];
+    if (!timeline) {
+      auto loaded = std::make_shared<FrameTimeline>();
+      std::string error;
+      if (!FrameTimeline::Load(path, loaded.get(), &error)) return error;
+      timeline = std::move(loaded);
+    }
     mScenario->rates.push_back({at, 0.0f, timeline});
     return "";
   }
 
   std::string Trigger(LineReader& reader) {
-    const char* usage =
-        "expected 'trigger T ID COMPONENT [VALUE]' with T in ms (0 or more), integer ID and VALUE";
+    const std::string usage = "expected 'trigger T ID COMPONENT [VALUE]' with " + kTimeRange +
+                              ", ID and VALUE integers from -2147483648 to 2147483647";
     int64_t at;
     std::string id, component, value;
     long long idValue, triggerValue = 0;
@@ -171,7 +197,8 @@ class DirectiveParser {
         !reader.Token(&component)) {
       return usage;
     }
-    if (reader.Token(&value) && (!ToInt(value, kInt32Min, kInt32Max, &triggerValue) || !reader.AtEnd())) {
+    if (reader.Token(&value) &&
+        (!ToInt(value, kInt32Min, kInt32Max, &triggerValue) || !reader.AtEnd())) {
       return usage;
     }
     mScenario->triggers.push_back(
@@ -188,7 +215,8 @@ class DirectiveParser {
     int64_t at;
     std::string kind;
     if (!Time(reader, &at) || !reader.Token(&kind) || !kKinds.count(kind) || !reader.AtEnd()) {
-      return "expected 'fault T KIND' with KIND nodes-missing, nodes-present, perf-lock-fail or "
+      return "expected 'fault T KIND' with " + kTimeRange +
+             " and KIND nodes-missing, nodes-present, perf-lock-fail or "
              "perf-lock-ok";
     }
     mScenario->faults.push_back({at, kKinds.at(kind)});
@@ -197,13 +225,14 @@ class DirectiveParser {
 
   std::string End(LineReader& reader) {
     int64_t at;
-    if (!Time(reader, &at) || !reader.AtEnd()) return "expected 'end T' with T in ms (0 or more)";
+    if (!Time(reader, &at) || !reader.AtEnd()) return "expected 'end T' with " + kTimeRange;
     mScenario->endMs = at;
     return "";
   }
 
   std::string mDirectory;
   Scenario* mScenario;
+  std::map<std::string, std::shared_ptr<const FrameTimeline>> mCaptures;  // by path
 };
 
 }  // namespace
@@ -213,31 +242,32 @@ bool ScenarioParser::Parse(const std::string& name, const std::string& directory
   Scenario parsed;
   parsed.name = name;
   DirectiveParser parser(directory, &parsed);
-  std::istringstream in(text);
-  int number = 0;
-  for (std::string line; std::getline(in, line);) {
-    ++number;
-    if (!line.empty() && line.back() == '\r') line.pop_back();
-    size_t first = line.find_first_not_of(" \t");
-    if (first == std::string::npos || line[first] == '#') continue;
+  TextLines lines(name, text);
+  std::string line;
+  for (std::string_view view; lines.Next(&view);) {
+    size_t first = view.find_first_not_of(" \t");
+    if (first == std::string_view::npos || view[first] == '#') continue;
+    line.assign(view);
     std::string expected = parser.Parse(line);
     if (!expected.empty()) {
-      *error = name + ":" + std::to_string(number) + ": " + expected;
+      *error = lines.Where() + expected;
       return false;
     }
   }
+  if (!lines.error().empty()) {
+    *error = lines.error();
+    return false;
+  }
+  // The rate in force at a time is the last line at or before it.
+  std::stable_sort(parsed.rates.begin(), parsed.rates.end(),
+                   [](const auto& a, const auto& b) { return a.atMs < b.atMs; });
   *scenario = std::move(parsed);
   return true;
 }
 
 bool ScenarioParser::ParseFile(const std::string& path, Scenario* scenario, std::string* error) {
-  std::ifstream in(path, std::ios::binary);
-  if (!in) {
-    *error = path + ": cannot open the scenario";
-    return false;
-  }
-  std::ostringstream text;
-  text << in.rdbuf();
+  std::string text;
+  if (!InputFile::Read(path, "scenario", InputFile::kMaxScenarioBytes, &text, error)) return false;
   std::string directory = std::filesystem::path(path).parent_path().string();
-  return Parse(path, directory.empty() ? "." : directory, text.str(), scenario, error);
+  return Parse(path, directory.empty() ? "." : directory, text, scenario, error);
 }

@@ -1,7 +1,11 @@
-// Reads the scenario language: one directive per line; blank lines and
-// lines whose first non-blank character is # are ignored. Times are integer
-// milliseconds (0 or more). "Rest of the line" arguments are everything
-// after the one blank that follows the previous token, verbatim.
+// Reads the scenario language: one directive per line (lines as TextLines
+// reads them: CR, CRLF or LF ends, no final end needed, NUL bytes, control
+// characters and bytes that are not UTF-8 refused); blank lines and lines
+// whose first non-blank character is # are ignored. Times are integer
+// milliseconds from 0 to a year; every number is range-checked, and a value
+// out of range is an error naming the line and the range. "Rest of the
+// line" arguments are everything after the one blank that follows the
+// previous token, verbatim.
 //
 //   property NAME VALUE         app PACKAGE CLASS PID     ignore TEXT
 //   meter NAME                  meter-latency MS          fps T VALUE
@@ -20,6 +24,6 @@ class ScenarioParser {
   // `error` to "FILE:LINE: what was expected".
   static bool Parse(const std::string& name, const std::string& directory, const std::string& text,
                     Scenario* scenario, std::string* error);
-  // Reads and parses the file `path`.
+  // Reads (InputFile: a regular file of at most 256 MiB) and parses `path`.
   static bool ParseFile(const std::string& path, Scenario* scenario, std::string* error);
 };

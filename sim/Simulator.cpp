@@ -2,9 +2,9 @@
 
 #include <android-base/properties.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
-#include <filesystem>
 #include <functional>
 #include <map>
 #include <memory>
@@ -20,34 +20,6 @@
 #include "sim/EventRecorder.h"
 
 namespace {
-
-constexpr const char* kNodeDirectory = "/sys/kernel/sched_penalty/parameters";
-
-// A private sysfs root for the run's node files.
-class SysfsRoot {
- public:
-  SysfsRoot() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "gorv-sim-XXXXXX").string();
-    if (mkdtemp(pattern.data()) != nullptr) mPath = pattern;
-    Create();
-    gorv::HostEnv::Get().SetSysfsRoot(mPath);
-  }
-  ~SysfsRoot() {
-    std::error_code ignored;
-    if (!mPath.empty()) std::filesystem::remove_all(mPath, ignored);
-  }
-  void Create() {
-    std::error_code ignored;
-    std::filesystem::create_directories(mPath + kNodeDirectory, ignored);
-  }
-  void Remove() {
-    std::error_code ignored;
-    std::filesystem::remove_all(mPath + kNodeDirectory, ignored);
-  }
-
- private:
-  std::string mPath;
-};
 
 // Sets up the host framework and platform for the scenario.
 void PrepareWorld(const Scenario& scenario, int64_t originNs) {
@@ -69,8 +41,8 @@ FeatureInfo InfoOf(const Scenario& scenario) {
   FeatureInfo info;
   info.name = "GORV";
   info.ignoreList = scenario.ignoreList;
-  std::vector<std::string> meters = scenario.meters.empty() ? std::vector<std::string>{"Fps"}
-                                                            : scenario.meters;
+  std::vector<std::string> meters =
+      scenario.meters.empty() ? std::vector<std::string>{"Fps"} : scenario.meters;
   for (const std::string& name : meters) info.meterInfos.push_back({name, {}});
   return info;
 }
@@ -83,12 +55,12 @@ AsyncTriggerPayload PayloadOf(const Scenario::Trigger& trigger) {
   return payload;
 }
 
-std::function<void()> FaultAction(Scenario::FaultKind kind, SysfsRoot& sysfs) {
+std::function<void()> FaultAction(Scenario::FaultKind kind, PrivateSysfs& sysfs) {
   switch (kind) {
     case Scenario::FaultKind::NodesMissing:
-      return [&sysfs] { sysfs.Remove(); };
+      return [&sysfs] { sysfs.RemoveNodes(); };
     case Scenario::FaultKind::NodesPresent:
-      return [&sysfs] { sysfs.Create(); };
+      return [&sysfs] { sysfs.CreateNodes(); };
     case Scenario::FaultKind::PerfLockFail:
       return [] { gorv::HostEnv::Get().SetPerfLockFailure(true, -1); };
     case Scenario::FaultKind::PerfLockOk:
@@ -121,51 +93,53 @@ Feature* CreateFeature(const Scenario& scenario, const Simulator::Options& optio
   return PluginLoader::Create("GORV", InfoOf(scenario), error);
 }
 
-bool RunVirtual(const Scenario& scenario, const Simulator::Options& options, RunResult* result,
-                std::string* error) {
+bool RunVirtual(const Scenario& scenario, const Simulator::Options& options, PrivateSysfs& sysfs,
+                RunSink& sink, std::string* error) {
   SteppedRunner runner(std::chrono::milliseconds(scenario.meterLatencyMs));
-  SysfsRoot sysfs;
-  EventRecorder recorder(0);
+  int64_t end = scenario.EndMs();
+  EventRecorder recorder(0, end, sink);
   PrepareWorld(scenario, 0);
   Feature* feature = CreateFeature(scenario, options, error);
   if (feature == nullptr) return false;
   runner.Adopt(feature);
+  if (options.clockMs != nullptr) {
+    runner.SetStepObserver([clock = options.clockMs](int64_t nowMs) { clock->store(nowMs); });
+  }
   SessionClock session;
   // Faults at a time take effect before the triggers at that time.
   for (const Scenario::Fault& fault : scenario.faults) {
-    runner.ScheduleAction(fault.atMs, FaultAction(fault.kind, sysfs));
+    if (fault.atMs <= end) runner.ScheduleAction(fault.atMs, FaultAction(fault.kind, sysfs));
   }
   for (const Scenario::Trigger& trigger : scenario.triggers) {
+    if (trigger.atMs > end) continue;
     runner.ScheduleAction(trigger.atMs, [&, payload = PayloadOf(trigger)] {
       recorder.RecordTrigger(payload);
       runner.TriggerNow(payload);
       session.Observe(runner.feature(), runner.NowMs());
     });
   }
-  int64_t end = scenario.EndMs();
   runner.RunUntil(end);
   runner.DestroyFeature();
-  result->sessionMs = session.TotalUntil(end);
-  result->events = recorder.Events();
+  sink.End({end, session.TotalUntil(end), ""});
   return true;
 }
 
-bool RunRealtime(const Scenario& scenario, const Simulator::Options& options, RunResult* result,
-                 std::string* error) {
+bool RunRealtime(const Scenario& scenario, const Simulator::Options& options, PrivateSysfs& sysfs,
+                 RunSink& sink, std::string* error) {
   gorv::HostEnv::Get().UseRealClock();
-  SysfsRoot sysfs;
   auto origin = std::chrono::steady_clock::now();
   int64_t originNs = origin.time_since_epoch().count();
-  EventRecorder recorder(originNs);
+  int64_t end = scenario.EndMs();
+  EventRecorder recorder(originNs, end, sink);
   PrepareWorld(scenario, originNs);
   Feature* feature = CreateFeature(scenario, options, error);
   if (feature == nullptr) return false;
   FeatureRunner runner(std::chrono::milliseconds(scenario.meterLatencyMs), feature);
   SessionClock session;
-  auto nowMs = [origin] {
-    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() -
-                                                                 origin)
-        .count();
+  auto nowMs = [origin, end] {
+    auto elapsed = std::chrono::steady_clock::now() - origin;
+    return std::min<int64_t>(
+        end, std::chrono::duration_cast<std::chrono::milliseconds>(elapsed).count());
   };
   std::multimap<int64_t, std::function<void()>> script;
   for (const Scenario::Fault& fault : scenario.faults) {
@@ -179,46 +153,82 @@ bool RunRealtime(const Scenario& scenario, const Simulator::Options& options, Ru
       session.Observe(runner.feature(), nowMs());
     });
   }
-  for (auto& [atMs, action] : script) {
-    std::this_thread::sleep_until(origin + std::chrono::milliseconds(atMs));
-    action();
+  // Nothing at or after the end is delivered.
+  for (auto it = script.begin(); it != script.end() && it->first < end; ++it) {
+    std::this_thread::sleep_until(origin + std::chrono::milliseconds(it->first));
+    if (options.clockMs != nullptr) options.clockMs->store(nowMs());
+    it->second();
   }
-  int64_t end = scenario.EndMs();
   std::this_thread::sleep_until(origin + std::chrono::milliseconds(end));
-  result->sessionMs = session.TotalUntil(nowMs());
+  int64_t sessionMs = session.TotalUntil(end);
   runner.Stop();
-  result->events = recorder.Events();
+  sink.End({end, sessionMs, ""});
   return true;
 }
 
 }  // namespace
 
-bool Simulator::Run(const Scenario& scenario, const Options& options, RunResult* result,
-                    std::string* error) {
+bool Simulator::Run(const Scenario& scenario, const Options& options, PrivateSysfs& sysfs,
+                    RunSink& sink, std::string* error) {
   gorv::HostEnv::Get().Reset();
-  result->scenarioName = scenario.name;
-  result->endMs = scenario.EndMs();
-  bool ran = options.realtime ? RunRealtime(scenario, options, result, error)
-                              : RunVirtual(scenario, options, result, error);
+  // Effects go to the recorder's sink only: the env's own record would grow
+  // with the length of the run.
+  gorv::HostEnv::Get().SetRecordEvents(false);
+  gorv::HostEnv::Get().SetSysfsRoot(sysfs.path());
+  sink.Begin(InfoOf(scenario));
+  bool ran = options.realtime ? RunRealtime(scenario, options, sysfs, sink, error)
+                              : RunVirtual(scenario, options, sysfs, sink, error);
   FrameRateSource::Get().SetConstant(0.0f);
   gorv::HostEnv::Get().SetPerfLockFailure(false);
-  if (!ran) return false;
-  for (int64_t ms = 0; ms <= result->endMs; ms += 100) {
-    result->measured.emplace_back(ms, RateAt(scenario, ms));
-  }
-  return true;
+  return ran;
+}
+
+bool Simulator::Run(const Scenario& scenario, const Options& options, RunResult* result,
+                    std::string* error) {
+  std::unique_ptr<PrivateSysfs> sysfs = PrivateSysfs::Make(error);
+  if (!sysfs) return false;
+  RunCollector collector(result);
+  return Run(scenario, options, *sysfs, collector, error);
+}
+
+RunInfo Simulator::InfoOf(const Scenario& scenario) {
+  return {scenario.name, scenario.EndMs(), MeasuredRates(scenario, scenario.EndMs())};
 }
 
 float Simulator::RateAt(const Scenario& scenario, int64_t ms) {
-  const Scenario::RateChange* current = nullptr;
-  for (const Scenario::RateChange& change : scenario.rates) {
-    if (change.atMs <= ms && (current == nullptr || change.atMs >= current->atMs)) current = &change;
-  }
-  if (current == nullptr) return 0.0f;
-  if (!current->timeline) return current->fps;
-  return static_cast<float>(current->timeline->FramesInSecondBefore((ms - current->atMs) * 1000000));
+  auto after = std::upper_bound(
+      scenario.rates.begin(), scenario.rates.end(), ms,
+      [](int64_t at, const Scenario::RateChange& change) { return at < change.atMs; });
+  if (after == scenario.rates.begin()) return 0.0f;
+  const Scenario::RateChange& current = *(after - 1);
+  if (!current.timeline) return current.fps;
+  return static_cast<float>(current.timeline->FramesInSecondBefore((ms - current.atMs) * 1000000));
 }
 
+std::vector<std::pair<int64_t, float>> Simulator::MeasuredRates(const Scenario& scenario,
+                                                                int64_t endMs) {
+  std::vector<std::pair<int64_t, float>> points;
+  auto add = [&points, &scenario](int64_t ms) {
+    float fps = RateAt(scenario, ms);
+    if (points.empty() || points.back().second != fps) points.emplace_back(ms, fps);
+  };
+  add(0);
+  const std::vector<Scenario::RateChange>& rates = scenario.rates;
+  for (size_t i = 0; i < rates.size() && rates[i].atMs <= endMs; ++i) {
+    int64_t until = i + 1 < rates.size() ? std::min(rates[i + 1].atMs, endMs + 1) : endMs + 1;
+    if (!rates[i].timeline) {
+      add(rates[i].atMs);
+      continue;
+    }
+    // A capture's count changes until a second after its last frame.
+    int64_t last = rates[i].atMs + rates[i].timeline->frames().back() / 1000000 + 1001;
+    for (int64_t ms = rates[i].atMs; ms < until; ms += 100) {
+      add(ms);
+      if (ms > last) break;
+    }
+  }
+  return points;
+}
 const char* Simulator::BuiltInScenario() {
   return R"(# A game session on a 60 Hz phone.
 property ro.vendor.perf.gorv true

@@ -2,10 +2,14 @@
 
 #include <algorithm>
 #include <cmath>
-#include <sstream>
+#include <cstdio>
 #include <string>
+#include <vector>
 
+#include "sim/BucketBudget.h"
+#include "sim/RunSeries.h"
 #include "sim/RunSummary.h"
+#include "sim/TextEscape.h"
 #include "sim/TimelinePrinter.h"
 
 namespace {
@@ -13,25 +17,36 @@ namespace {
 constexpr double kWidth = 1000, kHeight = 440;
 constexpr double kLeft = 70, kRight = 960, kTop = 50, kBottom = 370;
 
-std::string Escape(const std::string& text) {
-  std::string out;
-  for (char c : text) {
-    switch (c) {
-      case '&': out += "&amp;"; break;
-      case '<': out += "&lt;"; break;
-      case '>': out += "&gt;"; break;
-      case '"': out += "&quot;"; break;
-      default: out += c;
+using Points = std::vector<SeriesReducer::Point>;
+
+// A step of 1, 2 or 5 times a power of ten giving at most `ticks` steps
+// over `span` (at least `least`).
+double NiceStep(double span, double ticks, double least) {
+  double step = least;
+  for (double scale = least; span / step > ticks; scale *= 10) {
+    for (double factor : {1.0, 2.0, 5.0}) {
+      step = scale * factor;
+      if (span / step <= ticks) break;
     }
   }
-  return out;
+  return step;
+}
+
+std::string Number(double value) {
+  char text[32];
+  std::snprintf(text, sizeof(text), "%.6g", value);
+  return text;
 }
 
 class Frame {
  public:
-  Frame(int64_t endMs, double maxFps) : mEndMs(std::max<int64_t>(endMs, 1)), mMaxFps(maxFps) {}
+  Frame(int64_t endMs, double maxFps)
+      : mEndMs(std::max<int64_t>(endMs, 1)), mMaxFps(maxFps), mFpsStep(NiceStep(maxFps, 8, 10)) {
+    if (mMaxFps <= 150) mFpsStep = 30;
+    mMaxFps = std::ceil(mMaxFps / mFpsStep) * mFpsStep;
+  }
   double X(int64_t ms) const {
-    return kLeft + (kRight - kLeft) * static_cast<double>(ms) / static_cast<double>(mEndMs);
+    return kLeft + (kRight - kLeft) * std::clamp(static_cast<double>(ms) / mEndMs, 0.0, 1.0);
   }
   double Y(double fps) const {
     double clamped = std::isfinite(fps) ? std::clamp(fps, 0.0, mMaxFps) : 0.0;
@@ -39,34 +54,30 @@ class Frame {
   }
   int64_t endMs() const { return mEndMs; }
   double maxFps() const { return mMaxFps; }
+  double fpsStep() const { return mFpsStep; }
 
  private:
   int64_t mEndMs;
   double mMaxFps;
+  double mFpsStep;
 };
-
-// A tick step giving at most about 12 ticks.
-int64_t TickStepMs(int64_t endMs) {
-  for (int64_t step : {500, 1000, 2000, 5000, 10000, 30000, 60000, 120000, 300000, 600000}) {
-    if (endMs / step <= 12) return step;
-  }
-  return 3600000;
-}
 
 void Axes(const Frame& frame, std::ostream& out) {
   out << "<g font-family=\"sans-serif\" font-size=\"12\" fill=\"#333\">\n";
-  for (int fps = 0; fps <= frame.maxFps(); fps += 30) {
+  for (int i = 0; i * frame.fpsStep() <= frame.maxFps() && i <= 20; ++i) {
+    double fps = i * frame.fpsStep();
     double y = frame.Y(fps);
     out << "<line x1=\"" << kLeft << "\" y1=\"" << y << "\" x2=\"" << kRight << "\" y2=\"" << y
         << "\" stroke=\"#ddd\"/>\n<text x=\"" << kLeft - 8 << "\" y=\"" << y + 4
-        << "\" text-anchor=\"end\">" << fps << "</text>\n";
+        << "\" text-anchor=\"end\">" << Number(fps) << "</text>\n";
   }
-  int64_t step = TickStepMs(frame.endMs());
-  for (int64_t ms = 0; ms <= frame.endMs(); ms += step) {
+  double step = NiceStep(static_cast<double>(frame.endMs()), 12, 500);
+  for (int i = 0; i * step <= static_cast<double>(frame.endMs()) && i <= 24; ++i) {
+    auto ms = static_cast<int64_t>(i * step);
     double x = frame.X(ms);
     out << "<line x1=\"" << x << "\" y1=\"" << kBottom << "\" x2=\"" << x << "\" y2=\""
         << kBottom + 5 << "\" stroke=\"#333\"/>\n<text x=\"" << x << "\" y=\"" << kBottom + 20
-        << "\" text-anchor=\"middle\">" << static_cast<double>(ms) / 1000.0 << "</text>\n";
+        << "\" text-anchor=\"middle\">" << Number(static_cast<double>(ms) / 1000.0) << "</text>\n";
   }
   out << "<rect x=\"" << kLeft << "\" y=\"" << kTop << "\" width=\"" << kRight - kLeft
       << "\" height=\"" << kBottom - kTop << "\" fill=\"none\" stroke=\"#333\"/>\n"
@@ -89,61 +100,111 @@ void Legend(std::ostream& out) {
       << "fill=\"#2ca02c\" fill-opacity=\"0.25\"/><text x=\"" << x + 430 << "\" y=\"" << y + 4
       << "\">performance lock held</text>\n"
       << "<line x1=\"" << x + 590 << "\" y1=\"" << y - 7 << "\" x2=\"" << x + 590 << "\" y2=\""
-      << y + 7 << "\" stroke=\"#777\" stroke-dasharray=\"3,3\"/><text x=\"" << x + 596
-      << "\" y=\"" << y + 4 << "\">trigger</text>\n</g>\n";
+      << y + 7 << "\" stroke=\"#777\" stroke-dasharray=\"3,3\"/><text x=\"" << x + 596 << "\" y=\""
+      << y + 4 << "\">trigger</text>\n</g>\n";
 }
 
-void StepLine(const Frame& frame, const std::vector<std::pair<int64_t, double>>& points,
-              const char* style, std::ostream& out) {
+void StepLine(const Frame& frame, const Points& points, int64_t endMs, const char* style,
+              std::ostream& out) {
   if (points.empty()) return;
   out << "<polyline fill=\"none\" " << style << " points=\"";
   for (size_t i = 0; i < points.size(); ++i) {
-    int64_t until = i + 1 < points.size() ? points[i + 1].first : frame.endMs();
+    int64_t until = i + 1 < points.size() ? points[i + 1].first : endMs;
     out << frame.X(points[i].first) << "," << frame.Y(points[i].second) << " " << frame.X(until)
         << "," << frame.Y(points[i].second) << " ";
   }
   out << "\"/>\n";
 }
 
+void LockSpans(const Frame& frame, const Points& lock, int64_t endMs, std::ostream& out) {
+  for (size_t i = 0; i < lock.size(); ++i) {
+    if (lock[i].second == 0) continue;
+    int64_t until = i + 1 < lock.size() ? lock[i + 1].first : endMs;
+    out << "<rect x=\"" << frame.X(lock[i].first) << "\" y=\"" << kTop << "\" width=\""
+        << std::max(frame.X(until) - frame.X(lock[i].first), 1.0) << "\" height=\""
+        << kBottom - kTop << "\" fill=\"#2ca02c\" fill-opacity=\"0.25\"/>\n";
+  }
+}
+
+double MaxOf(const Points& points, double least) {
+  for (const auto& point : points) least = std::max(least, point.second);
+  return least;
+}
+
 }  // namespace
 
-void SvgPlotWriter::Write(const RunResult& result, std::ostream& out) {
-  RunSummary summary = RunSummary::Of(result);
-  double maxFps = 150;
-  for (const auto& [ms, fps] : result.measured) {
-    if (std::isfinite(fps)) maxFps = std::max(maxFps, static_cast<double>(fps));
-  }
-  for (const auto& [ms, fps] : summary.targets) maxFps = std::max(maxFps, static_cast<double>(fps));
-  Frame frame(result.endMs, std::ceil(maxFps / 30.0) * 30.0);
+struct SvgPlotWriter::State {
+  explicit State(const RunInfo& run)
+      : name(run.scenarioName),
+        endMs(run.endMs),
+        series(run, kBuckets),
+        labels(run.endMs, kBuckets, 1) {}
+  std::string name;
+  int64_t endMs;
+  RunSeries series;
+  BucketBudget labels;
+  std::vector<std::pair<int64_t, std::string>> triggers;  // at most kBuckets
+};
 
-  out << "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" << kWidth << "\" height=\""
-      << kHeight << "\" viewBox=\"0 0 " << kWidth << " " << kHeight << "\">\n"
-      << "<rect width=\"100%\" height=\"100%\" fill=\"white\"/>\n"
-      << "<text x=\"" << kWidth / 2 << "\" y=\"18\" text-anchor=\"middle\" font-family=\"sans-serif\" "
-      << "font-size=\"15\">" << Escape("gorv-sim: " + result.scenarioName)
-      << " - measured frame rate and target</text>\n";
-  for (const auto& [from, to] : summary.lockSpans) {
-    out << "<rect x=\"" << frame.X(from) << "\" y=\"" << kTop << "\" width=\""
-        << std::max(frame.X(to) - frame.X(from), 1.0) << "\" height=\"" << kBottom - kTop
-        << "\" fill=\"#2ca02c\" fill-opacity=\"0.25\"/>\n";
+SvgPlotWriter::SvgPlotWriter(std::ostream& out) : mOut(out) {}
+SvgPlotWriter::~SvgPlotWriter() = default;
+
+void SvgPlotWriter::Write(const RunResult& result, std::ostream& out) {
+  SvgPlotWriter writer(out);
+  result.Replay(writer);
+}
+
+void SvgPlotWriter::Begin(const RunInfo& info) { mState = std::make_unique<State>(info); }
+
+void SvgPlotWriter::Event(const SimEvent& event) {
+  State& state = *mState;
+  state.series.Add(event);
+  if (event.kind != SimEvent::Kind::Trigger || !state.labels.Take(event.tMs)) return;
+  std::string label = TimelinePrinter::TriggerName(event.value);
+  if (event.value == 4221 || event.value == 4222) label += " " + std::to_string(event.triggerValue);
+  state.triggers.emplace_back(event.tMs, label);
+}
+
+void SvgPlotWriter::End(const RunEnd& end) {
+  State& state = *mState;
+  Points measured = state.series.Measured();
+  Points target = state.series.Target();
+  Points lock = state.series.Lock();
+  Frame frame(state.endMs, MaxOf(target, MaxOf(measured, 150)));
+  int64_t lastMs = std::min(end.endMs, state.endMs);
+
+  mOut << "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" << kWidth << "\" height=\""
+       << kHeight << "\" viewBox=\"0 0 " << kWidth << " " << kHeight << "\">\n"
+       << "<rect width=\"100%\" height=\"100%\" fill=\"white\"/>\n"
+       << "<text x=\"" << kWidth / 2
+       << "\" y=\"18\" text-anchor=\"middle\" font-family=\"sans-serif\" "
+       << "font-size=\"15\">" << TextEscape::Xml("gorv-sim: " + state.name)
+       << " - measured frame rate and target</text>\n";
+  LockSpans(frame, lock, lastMs, mOut);
+  Axes(frame, mOut);
+  Legend(mOut);
+  Points shown;
+  for (const auto& point : measured) {
+    if (point.first <= lastMs) shown.push_back(point);
   }
-  Axes(frame, out);
-  Legend(out);
-  std::vector<std::pair<int64_t, double>> measured(result.measured.begin(), result.measured.end());
-  StepLine(frame, measured, "stroke=\"#1f77b4\" stroke-width=\"1.5\"", out);
-  std::vector<std::pair<int64_t, double>> targets = {{0, 0.0}};
-  for (const auto& [ms, fps] : summary.targets) targets.emplace_back(ms, fps);
-  StepLine(frame, targets, "stroke=\"#ff7f0e\" stroke-width=\"3\"", out);
+  StepLine(frame, shown, lastMs, "stroke=\"#1f77b4\" stroke-width=\"1.5\"", mOut);
+  StepLine(frame, target, lastMs, "stroke=\"#ff7f0e\" stroke-width=\"3\"", mOut);
   int row = 0;
-  for (const SimEvent& event : result.events) {
-    if (event.kind != SimEvent::Kind::Trigger) continue;
-    double x = frame.X(event.tMs);
-    std::string label = TimelinePrinter::TriggerName(event.value);
-    if (event.value == 4221 || event.value == 4222) label += " " + std::to_string(event.triggerValue);
-    out << "<line x1=\"" << x << "\" y1=\"" << kTop << "\" x2=\"" << x << "\" y2=\"" << kBottom
-        << "\" stroke=\"#777\" stroke-dasharray=\"3,3\"/>\n<text x=\"" << x + 3 << "\" y=\""
-        << kTop + 14 + 14 * (row++ % 3) << "\" font-family=\"sans-serif\" font-size=\"11\" "
-        << "fill=\"#555\">" << Escape(label) << "</text>\n";
+  for (const auto& [ms, label] : state.triggers) {
+    double x = frame.X(ms);
+    mOut << "<line x1=\"" << x << "\" y1=\"" << kTop << "\" x2=\"" << x << "\" y2=\"" << kBottom
+         << "\" stroke=\"#777\" stroke-dasharray=\"3,3\"/>\n<text x=\"" << x + 3 << "\" y=\""
+         << kTop + 14 + 14 * (row++ % 3) << "\" font-family=\"sans-serif\" font-size=\"11\" "
+         << "fill=\"#555\">" << TextEscape::Xml(label) << "</text>\n";
   }
-  out << "</svg>\n";
+  if (!end.stopped.empty()) {
+    double x = frame.X(end.endMs);
+    mOut << "<line x1=\"" << x << "\" y1=\"" << kTop << "\" x2=\"" << x << "\" y2=\"" << kBottom
+         << "\" stroke=\"#d62728\" stroke-width=\"2\"/>\n<text x=\"" << x - 3 << "\" y=\""
+         << kBottom - 8 << "\" text-anchor=\"end\" font-family=\"sans-serif\" font-size=\"11\" "
+         << "fill=\"#d62728\">" << TextEscape::Xml("stopped: " + end.stopped) << "</text>\n";
+  }
+  mOut << "</svg>\n";
+  mOut.flush();
+  mState.reset();
 }

@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <sstream>
 
-#include "sim/RunSummary.h"
+#include "sim/TextEscape.h"
 
 namespace {
 
@@ -13,25 +13,11 @@ std::string Seconds(int64_t ms) {
   return text;
 }
 
-// Line feeds and other control characters made visible.
-std::string Visible(const std::string& text) {
-  std::string out;
-  for (char c : text) {
-    if (c == '\n') {
-      out += "\\n";
-    } else if (static_cast<unsigned char>(c) < 0x20) {
-      out += '?';
-    } else {
-      out += c;
-    }
-  }
-  return out;
-}
-
 std::string Describe(const SimEvent& event) {
   switch (event.kind) {
     case SimEvent::Kind::Node:
-      return "node     " + RunSummary::ShortNode(event.name) + " <- " + event.text;
+      return "node     " + TextEscape::Terminal(RunSummary::ShortNode(event.name)) + " <- " +
+             TextEscape::Terminal(event.text);
     case SimEvent::Kind::LockAcquire: {
       std::ostringstream line;
       line << "lock     ";
@@ -49,14 +35,14 @@ std::string Describe(const SimEvent& event) {
     case SimEvent::Kind::LockRelease:
       return "lock     released, handle " + std::to_string(event.handle);
     case SimEvent::Kind::Log:
-      return "log      " + Visible(event.text);
+      return "log      " + TextEscape::Terminal(event.text);
     case SimEvent::Kind::Counter:
-      return "counter  " + event.name + " = " + std::to_string(event.value);
+      return "counter  " + TextEscape::Terminal(event.name) + " = " + std::to_string(event.value);
     case SimEvent::Kind::TraceSection:
-      return "trace    " + Visible(event.name);
+      return "trace    " + TextEscape::Terminal(event.name);
     case SimEvent::Kind::Trigger:
       return "> " + TimelinePrinter::TriggerName(event.value) + " " + std::to_string(event.value) +
-             " " + event.name + " " + std::to_string(event.triggerValue);
+             " " + TextEscape::Terminal(event.name) + " " + std::to_string(event.triggerValue);
   }
   return "";
 }
@@ -81,31 +67,52 @@ std::string TimelinePrinter::TriggerName(int64_t id) {
 }
 
 void TimelinePrinter::Print(const RunResult& result, std::ostream& out) {
-  out << "gorv-sim: " << result.scenarioName << ", 0.000 s to " << Seconds(result.endMs)
-      << " s (lines starting with > are triggers handed to the plug-in)\n\n";
-  out << "  time (s)  effect\n";
-  for (const SimEvent& event : result.events) {
-    std::string time = Seconds(event.tMs);
-    out << std::string(time.size() < 10 ? 10 - time.size() : 0, ' ') << time << "  "
-        << Describe(event) << '\n';
-  }
-  RunSummary summary = RunSummary::Of(result);
+  TimelinePrinter printer(out);
+  result.Replay(printer);
+}
+
+void TimelinePrinter::Begin(const RunInfo& info) {
+  mOut << "gorv-sim: " << TextEscape::Terminal(info.scenarioName) << ", 0.000 s to "
+       << Seconds(info.endMs)
+       << " s (lines starting with > are triggers handed to the plug-in)\n\n";
+  mOut << "  time (s)  effect\n";
+}
+
+void TimelinePrinter::Event(const SimEvent& event) {
+  mSummary.Add(event);
+  std::string time = Seconds(event.tMs);
+  mOut << std::string(time.size() < 10 ? 10 - time.size() : 0, ' ') << time << "  "
+       << Describe(event) << '\n';
+}
+
+void TimelinePrinter::End(const RunEnd& end) {
+  mSummary.Finish(end.endMs);
   std::string targets;
-  for (const auto& [at, fps] : summary.targets) {
+  for (const auto& [at, fps] : mSummary.shownTargets()) {
     targets += (targets.empty() ? "" : ", ") + std::to_string(fps) + " at " + Seconds(at) + " s";
   }
+  if (mSummary.targetChanges() > static_cast<int64_t>(mSummary.shownTargets().size())) {
+    targets += ", ...";
+  }
   std::string writes;
-  int total = 0;
-  for (const auto& [node, count] : summary.nodeWrites) {
-    writes += (writes.empty() ? "" : ", ") + node + " " + std::to_string(count);
+  int64_t total = 0;
+  for (const auto& [node, count] : mSummary.nodeWrites()) {
+    writes +=
+        (writes.empty() ? "" : ", ") + TextEscape::Terminal(node) + " " + std::to_string(count);
     total += count;
   }
-  out << "\nSummary\n"
-      << "  session length   " << Seconds(result.sessionMs) << " s\n"
-      << "  target changes   " << summary.targets.size()
-      << (targets.empty() ? "" : " (" + targets + ")") << '\n'
-      << "  lock held        " << Seconds(summary.LockHeldMs()) << " s in "
-      << summary.lockSpans.size() << " span(s)\n"
-      << "  node writes      " << total << (writes.empty() ? "" : " (" + writes + ")") << '\n'
-      << "  messages         " << summary.messages << '\n';
+  mOut << "\nSummary\n";
+  if (!end.stopped.empty()) {
+    mOut << "  stopped at       " << Seconds(end.endMs)
+         << " s: " << TextEscape::Terminal(end.stopped) << '\n';
+  } else {
+    mOut << "  session length   " << Seconds(end.sessionMs) << " s\n";
+  }
+  mOut << "  target changes   " << mSummary.targetChanges()
+       << (targets.empty() ? "" : " (" + targets + ")") << '\n'
+       << "  lock held        " << Seconds(mSummary.lockHeldMs()) << " s in "
+       << mSummary.lockSpans() << " span(s)\n"
+       << "  node writes      " << total << (writes.empty() ? "" : " (" + writes + ")") << '\n'
+       << "  messages         " << mSummary.messages() << '\n';
+  mOut.flush();
 }

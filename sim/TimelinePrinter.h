@@ -1,14 +1,28 @@
 // The default output: a human timeline, one line per effect (and per
-// trigger, for context), then a summary of the run.
+// trigger, for context) printed as it happens, then a summary of the run.
+// Every text from the user or the plug-in is shown through
+// TextEscape::Terminal: no raw control byte reaches the terminal.
 #pragma once
 
 #include <ostream>
 #include <string>
 
 #include "sim/RunResult.h"
+#include "sim/RunSink.h"
+#include "sim/RunSummary.h"
 
-class TimelinePrinter {
+class TimelinePrinter : public RunSink {
  public:
+  explicit TimelinePrinter(std::ostream& out) : mOut(out) {}
+  void Begin(const RunInfo& info) override;
+  void Event(const SimEvent& event) override;
+  void End(const RunEnd& end) override;
+
+  // A whole run at once.
   static void Print(const RunResult& result, std::ostream& out);
   static std::string TriggerName(int64_t id);
+
+ private:
+  std::ostream& mOut;
+  RunSummary mSummary;
 };

@@ -2,12 +2,6 @@
 
 #include <utility>
 
-namespace {
-// A notify that races the periodic thread's check is not lost for longer
-// than this.
-constexpr std::chrono::milliseconds kWakePoll(10);
-}  // namespace
-
 FeatureRunner::FeatureRunner(std::chrono::milliseconds meterLatency, Feature* feature)
     : mMeters(meterLatency), mFeature(feature) {
   MeterService::Install(&mMeters);
@@ -40,10 +34,7 @@ void FeatureRunner::Stop() {
     std::lock_guard<std::mutex> lock(mSleepMutex);
     mSleepWake.notify_all();
   }
-  if (mFeature) {
-    std::lock_guard<std::mutex> lock(mFeature->periodicMutex);
-    mFeature->periodicWake.notify_all();
-  }
+  if (mFeature) WakePeriodic();
   if (mTriggerThread.joinable()) mTriggerThread.join();
   if (mPeriodicThread.joinable()) mPeriodicThread.join();
   mMeters.Stop();
@@ -63,27 +54,33 @@ void FeatureRunner::TriggerLoop() {
     mBusy = true;
     lock.unlock();
     mFeature->runAsync(std::move(payload));
+    WakePeriodic();
     lock.lock();
     mBusy = false;
     mQueueChanged.notify_all();
   }
 }
 
+void FeatureRunner::WakePeriodic() {
+  // Under the mutex the periodic thread checks under: the feature's own
+  // notify may come before that thread waits, this one cannot be lost.
+  std::lock_guard<std::mutex> lock(mFeature->periodicMutex);
+  mFeature->periodicWake.notify_all();
+}
+
 void FeatureRunner::PeriodicLoop() {
   Feature& feature = *mFeature;
   while (!mStopping) {
     {
+      // Nothing is due until a trigger asks for periodic work: no polling.
       std::unique_lock<std::mutex> lock(feature.periodicMutex);
-      if (!feature.periodicActive.load(std::memory_order_acquire)) {
-        feature.periodicWake.wait_for(lock, kWakePoll);
+      if (!feature.periodicActive.load(std::memory_order_acquire) || !feature.periodicEnabled ||
+          feature.periodicInterval.load() < 0) {
+        if (!mStopping) feature.periodicWake.wait(lock);
         continue;
       }
     }
     int32_t interval = feature.periodicInterval.load();
-    if (!feature.periodicEnabled || interval < 0) {
-      if (!SleepFor(kWakePoll)) break;
-      continue;
-    }
     if (!SleepFor(std::chrono::milliseconds(interval))) break;
     if (feature.periodicActive.load(std::memory_order_acquire)) {
       feature.runAsyncPeriodic(mStopping);

@@ -1,8 +1,9 @@
 // Runs a feature on real threads, as the framework does on a device:
 //  - a trigger thread that hands queued payloads to runAsync, one at a time;
-//  - a periodic thread that waits on periodicWake while periodicActive is
-//    false and otherwise sleeps periodicInterval ms, then calls
-//    runAsyncPeriodic (only while periodicEnabled and the interval is set);
+//  - a periodic thread that waits on periodicWake (no polling: the trigger
+//    thread wakes it after each trigger) while periodicActive is false,
+//    periodicEnabled unset or the interval unset, and otherwise sleeps
+//    periodicInterval ms, then calls runAsyncPeriodic;
 //  - a meter thread (ThreadedMeterService) delivering writeToDataBase.
 // Owns the feature and destroys it in Stop(), after all three threads.
 #pragma once
@@ -39,6 +40,7 @@ class FeatureRunner {
  private:
   void TriggerLoop();
   void PeriodicLoop();
+  void WakePeriodic();                                // after each trigger and at Stop
   bool SleepFor(std::chrono::milliseconds duration);  // false when stopping
 
   ThreadedMeterService mMeters;

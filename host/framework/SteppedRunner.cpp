@@ -29,14 +29,20 @@ void SteppedRunner::ScheduleTrigger(int64_t atMs, AsyncTriggerPayload payload) {
   mTriggers.emplace(atMs, std::move(payload));
 }
 
+void SteppedRunner::SetStepObserver(std::function<void(int64_t nowMs)> observer) {
+  mStepObserver = std::move(observer);
+}
+
 void SteppedRunner::TriggerNow(AsyncTriggerPayload payload) { Deliver(std::move(payload)); }
 
 void SteppedRunner::RunUntil(int64_t untilMs) {
-  for (std::optional<int64_t> next = NextEventMs(); next && *next <= untilMs; next = NextEventMs()) {
+  for (std::optional<int64_t> next = NextEventMs(); next && *next <= untilMs;
+       next = NextEventMs()) {
     Step(*next);
   }
   mNowMs = std::max(mNowMs, untilMs);
   gorv::HostEnv::Get().SetClock(Ms(mNowMs));
+  if (mStepObserver) mStepObserver(mNowMs);
 }
 
 std::optional<int64_t> SteppedRunner::NextEventMs() const {
@@ -55,6 +61,7 @@ std::optional<int64_t> SteppedRunner::NextEventMs() const {
 void SteppedRunner::Step(int64_t atMs) {
   mNowMs = std::max(mNowMs, atMs);
   gorv::HostEnv::Get().SetClock(Ms(mNowMs));
+  if (mStepObserver) mStepObserver(mNowMs);
   for (auto it = mActions.begin(); it != mActions.end() && it->first <= atMs;
        it = mActions.erase(it)) {
     it->second();

@@ -40,6 +40,10 @@ class SteppedRunner {
   // Delivers a trigger now (at the current time), then the rest of step 2.
   void TriggerNow(AsyncTriggerPayload payload);
 
+  // Called with the time of each step before anything at that time runs
+  // (for example to publish the virtual time to another process).
+  void SetStepObserver(std::function<void(int64_t nowMs)> observer);
+
   // Runs every step up to and including `untilMs`; the clock ends at untilMs.
   void RunUntil(int64_t untilMs);
   int64_t NowMs() const { return mNowMs; }
@@ -59,6 +63,7 @@ class SteppedRunner {
   std::unique_ptr<Feature> mFeature;
   int64_t mNowMs = 0;
   std::optional<int64_t> mRoundDueMs;
+  std::function<void(int64_t)> mStepObserver;
   std::multimap<int64_t, std::function<void()>> mActions;
   std::multimap<int64_t, AsyncTriggerPayload> mTriggers;
 };

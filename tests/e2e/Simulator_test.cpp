@@ -80,7 +80,7 @@ TEST_F(SimulatorTest, TheWorkedExample) {
                    R"J({"t":1000,"event":"perf_lock_acquire","handle":1,"resources":[1149239296,1]})J",
                    R"J({"t":1600,"event":"node","path":"/sys/kernel/sched_penalty/parameters/fps","value":"60"})J",
                    R"J({"t":5000,"event":"perf_lock_release","handle":1})J"}));
-  EXPECT_EQ(result.sessionMs, 4000);
+  EXPECT_EQ(result.end.sessionMs, 4000);
 }
 
 TEST_F(SimulatorTest, FaultsOnTheLockAndTheNodes) {
@@ -133,17 +133,17 @@ TEST_F(SimulatorTest, TraceCountersAndMeterMarkers) {
 
 TEST_F(SimulatorTest, ScenarioErrorsNameTheFileAndTheLine) {
   const std::pair<const char*, const char*> cases[] = {
-      {"fps -1 60", "x.scn:1: expected 'fps T VALUE' with T in ms (0 or more) and VALUE a decimal number"},
-      {"# comment\n\n   \nend soon", "x.scn:4: expected 'end T' with T in ms (0 or more)"},
-      {"trigger 10 4097", "x.scn:1: expected 'trigger T ID COMPONENT [VALUE]' with T in ms (0 or more), integer ID and VALUE"},
-      {"trigger 10 4097 a 1 2", "x.scn:1: expected 'trigger T ID COMPONENT [VALUE]' with T in ms (0 or more), integer ID and VALUE"},
+      {"fps -1 60", "x.scn:1: expected 'fps T VALUE' with T in ms from 0 to 31536000000 (a year) and VALUE a finite decimal number from 0 to 3.4e38"},
+      {"# comment\n\n   \nend soon", "x.scn:4: expected 'end T' with T in ms from 0 to 31536000000 (a year)"},
+      {"trigger 10 4097", "x.scn:1: expected 'trigger T ID COMPONENT [VALUE]' with T in ms from 0 to 31536000000 (a year), ID and VALUE integers from -2147483648 to 2147483647"},
+      {"trigger 10 4097 a 1 2", "x.scn:1: expected 'trigger T ID COMPONENT [VALUE]' with T in ms from 0 to 31536000000 (a year), ID and VALUE integers from -2147483648 to 2147483647"},
       {"meter-latency 0", "x.scn:1: expected 'meter-latency MS' with MS from 1 to 10000"},
-      {"fault 5 meltdown", "x.scn:1: expected 'fault T KIND' with KIND nodes-missing, nodes-present, perf-lock-fail or perf-lock-ok"},
-      {"app com.x 2", "x.scn:1: expected 'app PACKAGE CLASS PID' with integer CLASS and PID"},
+      {"fault 5 meltdown", "x.scn:1: expected 'fault T KIND' with T in ms from 0 to 31536000000 (a year) and KIND nodes-missing, nodes-present, perf-lock-fail or perf-lock-ok"},
+      {"app com.x 2", "x.scn:1: expected 'app PACKAGE CLASS PID' with CLASS and PID integers from -2147483648 to 2147483647"},
       {"  Trigger 1 2 3", "x.scn:1: unknown directive 'Trigger'; expected property, app, ignore, meter, meter-latency, fps, frames, trigger, fault or end"},
   };
   for (const auto& [text, message] : cases) EXPECT_EQ(ParseError(text), message);
-  EXPECT_EQ(ParseError("frames 0 none.txt"), "x.scn:1: " + dir + "/none.txt: cannot open the frame capture");
+  EXPECT_EQ(ParseError("frames 0 none.txt"), "x.scn:1: " + dir + "/none.txt: cannot open the frame capture (No such file or directory)");
   Write("empty.txt", "\n\n");
   EXPECT_EQ(ParseError("\nframes 0 empty.txt"),
             "x.scn:2: " + dir + "/empty.txt: no frames in this frame times capture");
@@ -157,7 +157,7 @@ TEST_F(SimulatorTest, ScenarioErrorsNameTheFileAndTheLine) {
   std::string errText((std::istreambuf_iterator<char>(err)), {});
   std::string outText((std::istreambuf_iterator<char>(out)), {});
   EXPECT_EQ(errText, "gorv-sim: " + scenario +
-                         ":2: expected 'fault T KIND' with KIND nodes-missing, nodes-present, "
+                         ":2: expected 'fault T KIND' with T in ms from 0 to 31536000000 (a year) and KIND nodes-missing, nodes-present, "
                          "perf-lock-fail or perf-lock-ok\n");
   EXPECT_EQ(outText, "");
 }
@@ -214,8 +214,8 @@ TEST_F(SimulatorTest, CaptureFormats) {
   EXPECT_EQ(timeline.FramesInSecondBefore(1500000000), 1);
 
   EXPECT_FALSE(FrameTimeline::Parse("bad.txt", "12\nabc\n", &timeline, &error));
-  EXPECT_EQ(error, "bad.txt:2: expected a frame time in ns (or a SurfaceFlinger --latency or "
-                   "gfxinfo framestats capture)");
+  EXPECT_EQ(error, "bad.txt:2: expected a frame time in ns, an integer within the 64-bit range (or a "
+                   "SurfaceFlinger --latency or gfxinfo framestats capture)");
   EXPECT_FALSE(FrameTimeline::Parse("sf.txt", "16666666\n0 0 0\n", &timeline, &error));
   EXPECT_EQ(error, "sf.txt: no frames in this SurfaceFlinger latency capture");
 }

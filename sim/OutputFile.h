@@ -1,0 +1,55 @@
+// An output the user asked for (a file, or "-" for standard output), written
+// through a stream whose first failed write is remembered with its reason,
+// so that no output is lost silently: disk full, a closed standard output,
+// an I/O error. A write to a closed pipe (piping into head) is remembered
+// as such, for the caller to end the run quietly. Single-threaded.
+#pragma once
+
+#include <memory>
+#include <ostream>
+#include <streambuf>
+#include <string>
+
+class OutputFile {
+ public:
+  // Opens (creating or truncating) `path` now; null and `error` set
+  // ("cannot write PATH: reason") when it cannot be.
+  static std::unique_ptr<OutputFile> Open(const std::string& path, std::string* error);
+  ~OutputFile();
+  OutputFile(const OutputFile&) = delete;
+  OutputFile& operator=(const OutputFile&) = delete;
+
+  std::ostream& stream() { return mStream; }
+  // Flushes and closes (standard output stays open, flushed). False and
+  // `error` set when any write failed, or the close did.
+  bool Close(std::string* error);
+  // A write met a closed pipe.
+  bool PipeClosed() const { return mBuffer.failure() == EPIPE; }
+
+ private:
+  // Buffers writes to a descriptor; the first failure's errno is kept and
+  // later writes are dropped.
+  class Buffer : public std::streambuf {
+   public:
+    explicit Buffer(int fd);
+    int fd() const { return mFd; }
+    int failure() const { return mFailure; }
+    bool Flush();
+
+   protected:
+    int_type overflow(int_type c) override;
+    std::streamsize xsputn(const char* data, std::streamsize size) override;
+    int sync() override { return Flush() ? 0 : -1; }
+
+   private:
+    int mFd;
+    int mFailure = 0;
+    char mData[1 << 16];
+  };
+
+  OutputFile(std::string path, int fd);
+  std::string mPath;
+  Buffer mBuffer;
+  std::ostream mStream;
+  bool mClosed = false;
+};

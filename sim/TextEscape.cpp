@@ -1,0 +1,80 @@
+#include "sim/TextEscape.h"
+
+#include <cstdio>
+
+namespace {
+
+bool Continuation(unsigned char byte) { return (byte & 0xC0) == 0x80; }
+
+void AppendHex(unsigned char byte, std::string* out) {
+  char text[8];
+  std::snprintf(text, sizeof(text), "\\x%02X", byte);
+  *out += text;
+}
+
+}  // namespace
+
+size_t TextEscape::Utf8Sequence(std::string_view text) {
+  if (text.empty()) return 0;
+  auto byte = [&text](size_t i) { return static_cast<unsigned char>(text[i]); };
+  unsigned char lead = byte(0);
+  if (lead < 0x80) return 1;
+  size_t length = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : lead >= 0xC2 ? 2 : 0;
+  if (length == 0 || lead > 0xF4 || text.size() < length) return 0;
+  for (size_t i = 1; i < length; ++i) {
+    if (!Continuation(byte(i))) return 0;
+  }
+  unsigned char second = byte(1);
+  if (lead == 0xE0 && second < 0xA0) return 0;   // overlong
+  if (lead == 0xED && second >= 0xA0) return 0;  // surrogate
+  if (lead == 0xF0 && second < 0x90) return 0;   // overlong
+  if (lead == 0xF4 && second >= 0x90) return 0;  // above U+10FFFF
+  return length;
+}
+
+std::string TextEscape::Terminal(std::string_view text) {
+  std::string out;
+  out.reserve(text.size());
+  for (size_t i = 0; i < text.size();) {
+    auto byte = static_cast<unsigned char>(text[i]);
+    size_t length = Utf8Sequence(text.substr(i));
+    bool c1 = length == 2 && byte == 0xC2 && static_cast<unsigned char>(text[i + 1]) < 0xA0;
+    if (byte == '\n') {
+      out += "\\n";
+    } else if (length == 0 || c1 || (byte < 0x20 && byte != '\t') || byte == 0x7F) {
+      for (size_t k = 0; k < (length == 0 ? 1 : length); ++k) {
+        AppendHex(static_cast<unsigned char>(text[i + k]), &out);
+      }
+    } else {
+      out.append(text.substr(i, length));
+    }
+    i += length == 0 ? 1 : length;
+  }
+  return out;
+}
+
+std::string TextEscape::Xml(std::string_view text) {
+  std::string out;
+  for (char c : Terminal(text)) {
+    switch (c) {
+      case '&':
+        out += "&amp;";
+        break;
+      case '<':
+        out += "&lt;";
+        break;
+      case '>':
+        out += "&gt;";
+        break;
+      case '"':
+        out += "&quot;";
+        break;
+      case '\'':
+        out += "&apos;";
+        break;
+      default:
+        out += c;
+    }
+  }
+  return out;
+}

@@ -1,0 +1,23 @@
+// Makes text from the user or the plug-in safe where it is written: any
+// bytes may arrive (a file name, a log line), and none may break the
+// terminal or the XML of the plot. JSON outputs rely on nlohmann's escaping
+// with invalid UTF-8 replaced.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+class TextEscape {
+ public:
+  // The length of the well-formed UTF-8 sequence at the start of `text`
+  // (shortest form, no surrogates, at most U+10FFFF), or 0.
+  static size_t Utf8Sequence(std::string_view text);
+  // Valid UTF-8 kept as is; a line feed shown as \n, a tab as a tab, every
+  // other control character (C0, DEL, C1) and each byte of an invalid
+  // sequence as \xNN.
+  static std::string Terminal(std::string_view text);
+  // Terminal(), then & < > " ' as XML entities: well-formed in an XML text
+  // or attribute value.
+  static std::string Xml(std::string_view text);
+};
