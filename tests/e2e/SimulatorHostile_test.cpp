@@ -1,0 +1,182 @@
+// gorv-sim tried as a hostile user would: the plug-in ending its process,
+// numbers at their limits, bytes and files that are not scenarios, an
+// unusable TMPDIR, outputs that cannot be written. Each case runs the
+// program itself and checks its exit status and messages.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+
+#include "sim/FrameTimeline.h"
+#include "sim/TextEscape.h"
+#include "tests/support/LogCapture.h"
+
+namespace {
+
+struct Outcome {
+  int status;
+  std::string out, err;
+};
+
+class SimulatorHostileTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    std::string pattern = (std::filesystem::temp_directory_path() / "gorv-hostile-XXXXXX").string();
+    ASSERT_NE(mkdtemp(pattern.data()), nullptr);
+    dir = pattern;
+  }
+  void TearDown() override { std::filesystem::remove_all(dir); }
+
+  std::string Write(const std::string& name, const std::string& bytes) {
+    std::ofstream(dir + "/" + name, std::ios::binary) << bytes;
+    return dir + "/" + name;
+  }
+  std::string Read(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), {});
+  }
+  // Runs gorv-sim with `arguments` (and `environment` before it);
+  // `stdoutTo` is a redirection of its standard output.
+  Outcome Sim(const std::string& arguments, const std::string& environment = "",
+              const std::string& stdoutTo = "") {
+    std::string command = environment + " " + GORV_SIM_PATH + " " + arguments + " 2> " + dir +
+                          "/stderr " + (stdoutTo.empty() ? "> " + dir + "/stdout" : stdoutTo);
+    int status = std::system(command.c_str());
+    return {WEXITSTATUS(status), Read(dir + "/stdout"), Read(dir + "/stderr")};
+  }
+
+  std::string dir;
+};
+
+constexpr const char* kGame = "property ro.vendor.perf.gorv true\napp g 2 7\nfps 0 60\n";
+
+TEST_F(SimulatorHostileTest, ThePluginEndingItsProcessIsReportedWithTheOutputsSoFar) {
+  // One round leaves 200 ms on the 400 ms timer; the next round, 25 days
+  // later, adds more than 2^31 ms to it: the plug-in's checked sum aborts.
+  std::string scenario = Write("abort.scn", std::string(kGame) +
+                                                "trigger 0 4097 g\ntrigger 300 4098 g\n"
+                                                "trigger 2200000000 4097 g\n");
+  Outcome run = Sim(scenario + " --events " + dir + "/events --plot " + dir + "/plot.svg");
+  EXPECT_EQ(run.status, 3);
+  EXPECT_EQ(LogCapture::MaskLine(run.err),
+            "gorv-sim: the plug-in ended the run at 2200000.200 s of virtual time with SIGABRT "
+            "(Aborted); its last log line: \"GORV_FEATURE: GorvFeature() N: Initialized  "
+            "GORV(rev. v1.00)\". This is the plug-in's own behaviour, not the simulator's; the "
+            "outputs hold the run up to that moment.\n");
+  std::string events = Read(dir + "/events");
+  EXPECT_NE(events.find(R"({"t":2200000000,"event":"perf_lock_acquire","handle":2,)"),
+            std::string::npos);
+  EXPECT_NE(events.find(R"J({"t":2200000200,"event":"stopped","reason":"the plug-in ended the )J"
+                        R"J(process: SIGABRT (Aborted)"})J"),
+            std::string::npos);
+  EXPECT_NE(run.out.find("  stopped at       2200000.200 s: the plug-in ended the process"),
+            std::string::npos);
+  EXPECT_NE(Read(dir + "/plot.svg").find("</svg>"), std::string::npos);
+}
+
+TEST_F(SimulatorHostileTest, NumbersAtTheirLimits) {
+  const std::string time = "T in ms from 0 to 31536000000 (a year)";
+  const std::pair<const char*, std::string> refused[] = {
+      {"end 31536000001", "expected 'end T' with " + time},
+      {"end 9223372036854775808", "expected 'end T' with " + time},
+      {"fps 0 nan", "expected 'fps T VALUE' with " + time +
+                        " and VALUE a finite decimal number from 0 to 3.4e38"},
+      {"fps 0 1e39", "expected 'fps T VALUE' with " + time +
+                         " and VALUE a finite decimal number from 0 to 3.4e38"},
+      {"fps 0 -inf", "expected 'fps T VALUE' with " + time +
+                         " and VALUE a finite decimal number from 0 to 3.4e38"},
+      {"app g 2 2147483648",
+       "expected 'app PACKAGE CLASS PID' with CLASS and PID integers from "
+       "-2147483648 to 2147483647"},
+      {"meter-latency 10001", "expected 'meter-latency MS' with MS from 1 to 10000"},
+  };
+  for (const auto& [line, message] : refused) {
+    Outcome run = Sim(Write("x.scn", line));
+    EXPECT_EQ(run.status, 2) << line;
+    EXPECT_EQ(run.err, "gorv-sim: " + dir + "/x.scn:1: " + message + "\n") << line;
+  }
+  // Accepted: the extremes of each range; the plot stays small for a frame
+  // rate at the float limit over a year.
+  Outcome run = Sim(Write("max.scn",
+                          "app g 2 -2147483648\nfps 0 3.4e38\n"
+                          "trigger 31536000000 -2147483648 g 2147483647\n"
+                          "end 31536000000\n") +
+                    " --plot " + dir + "/plot.svg");
+  EXPECT_EQ(run.status, 0) << run.err;
+  EXPECT_LT(Read(dir + "/plot.svg").size(), 20000u);
+
+  FrameTimeline timeline;
+  std::string error;
+  EXPECT_TRUE(FrameTimeline::Parse("c", "-5\n9223372036854775790\n-9\n", &timeline, &error));
+  EXPECT_EQ(timeline.frames(), (std::vector<int64_t>{0, 4, 9223372036854775799}));
+  EXPECT_FALSE(
+      FrameTimeline::Parse("c", "-9223372036854775808\n9223372036854775807\n", &timeline, &error));
+  EXPECT_EQ(error, "c: the frame times span more than 2^63 ns; the capture is damaged");
+  EXPECT_FALSE(FrameTimeline::Parse("c", "9223372036854775808\n", &timeline, &error));
+}
+
+TEST_F(SimulatorHostileTest, BytesAndFilesThatAreNotScenarios) {
+  mkfifo((dir + "/fifo").c_str(), 0600);
+  const std::pair<std::string, std::string> refused[] = {
+      {Write("nul.scn", std::string("fps 0 60\nend 5\0junk\n", 21)),
+       "nul.scn:2: a NUL byte: this is not a text file"},
+      {Write("utf.scn", "ignore \xC3\x28\n"), "utf.scn:1: bytes that are not UTF-8 text"},
+      {Write("esc.scn", "\n\nignore \x1B[2J\n"),
+       "esc.scn:3: control character 0x1B (only tabs are allowed)"},
+      {dir, ": the scenario is a folder, not a regular file"},
+      {dir + "/fifo", "/fifo: the scenario is a FIFO, not a regular file"},
+      {"/dev/zero", "/dev/zero: the scenario is a device, not a regular file"},
+      {dir + "/none", "/none: cannot open the scenario (No such file or directory)"},
+  };
+  for (const auto& [path, message] : refused) {
+    Outcome run = Sim(path);
+    EXPECT_EQ(run.status, 2) << path;
+    EXPECT_NE(run.err.find(message), std::string::npos) << run.err;
+  }
+  // Accepted: CR and CRLF line ends, no final line end, an empty file.
+  for (const char* text : {"fps 0 60\rend 500", "fps 0 60\r\nend 500\r\n", ""}) {
+    EXPECT_EQ(Sim(Write("ok.scn", text)).status, 0) << text;
+  }
+  // Names are escaped wherever they are written.
+  EXPECT_EQ(TextEscape::Terminal("a\x1B[2J\n\xC2\x85\xFF\tb"), "a\\x1B[2J\\n\\xC2\\x85\\xFF\tb");
+  EXPECT_EQ(TextEscape::Xml("<&\"'\x01>"), "&lt;&amp;&quot;&apos;\\x01&gt;");
+}
+
+TEST_F(SimulatorHostileTest, TheHostIsNeverTouched) {
+  Outcome run = Sim("--events " + dir + "/events", "TMPDIR=" + dir + "/missing");
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(run.err, "gorv-sim: cannot make a private folder under " + dir +
+                         "/missing (No such file or directory); set TMPDIR to a writable folder\n");
+  EXPECT_FALSE(std::filesystem::exists(dir + "/events"));
+  // With a usable TMPDIR, the private folder is gone after the run, and
+  // after a run the plug-in ended.
+  std::filesystem::create_directory(dir + "/tmp");
+  std::string abort =
+      Write("abort.scn", std::string(kGame) +
+                             "trigger 0 4097 g\ntrigger 300 4098 g\n"
+                             "fault 400 nodes-missing\ntrigger 2200000000 4097 g\n");
+  EXPECT_EQ(Sim("", "TMPDIR=" + dir + "/tmp").status, 0);
+  EXPECT_EQ(Sim(abort, "TMPDIR=" + dir + "/tmp").status, 3);
+  EXPECT_TRUE(std::filesystem::is_empty(dir + "/tmp"));
+}
+
+TEST_F(SimulatorHostileTest, OutputsAreNeverLostSilently) {
+  const std::pair<std::string, std::string> cases[] = {
+      {"--events /dev/full", "gorv-sim: cannot write /dev/full: No space left on device\n"},
+      {"--plot " + dir + "/no/plot.svg",
+       "gorv-sim: cannot write " + dir + "/no/plot.svg: No such file or directory\n"},
+      {"", "gorv-sim: cannot write standard output: it is closed\n"},
+  };
+  for (const auto& [arguments, message] : cases) {
+    Outcome run = Sim(arguments, "", arguments.empty() ? ">&-" : "");
+    EXPECT_EQ(run.status, 1) << arguments;
+    EXPECT_EQ(run.err, message);
+  }
+}
+
+}  // namespace
