@@ -30,6 +30,22 @@ void OnSignal(int signal) {
   (void)ignored;
 }
 
+// In the child: a fatal signal first writes out the events still buffered,
+// then ends the process as it would have (the handler is reset on entry).
+void OnFatalSignal(int signal) {
+  RunChannel::FlushFromSignal();
+  raise(signal);
+}
+
+void CatchFatalSignals() {
+  struct sigaction action {};
+  action.sa_handler = &OnFatalSignal;
+  action.sa_flags = SA_RESETHAND | SA_NODEFER;
+  for (int signal : {SIGABRT, SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS}) {
+    sigaction(signal, &action, nullptr);
+  }
+}
+
 // In the child: an exception escaping the plug-in (or the host) is said
 // before the process ends as std::terminate ends it.
 [[noreturn]] void OnTerminate() {
@@ -67,10 +83,13 @@ class ChannelSink : public RunSink {
   prctl(PR_SET_PDEATHSIG, SIGKILL);
   gChannel = channel;
   std::set_terminate(&OnTerminate);
+  CatchFatalSignals();
+  RunChannel::SetBuffered(!options.realtime);
   ChannelSink sink(channel);
   std::string error;
   bool ran = Simulator::Run(scenario, options, sysfs, sink, &error);
   if (!ran) RunChannel::SendText(channel, RunChannel::Type::Failure, error);
+  RunChannel::Flush();
   sysfs.Release();  // the parent removes it
   _exit(ran ? 0 : 1);
 }

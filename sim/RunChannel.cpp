@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 
@@ -51,14 +52,33 @@ class Cursor {
   bool mOk = true;
 };
 
-bool WriteAll(int fd, const std::string& data) {
-  for (size_t done = 0; done < data.size();) {
-    ssize_t wrote = write(fd, data.data() + done, data.size() - done);
+bool WriteAll(int fd, const char* data, size_t size);
+bool WriteAll(int fd, const std::string& data) { return WriteAll(fd, data.data(), data.size()); }
+
+bool WriteAll(int fd, const char* data, size_t size) {
+  for (size_t done = 0; done < size;) {
+    ssize_t wrote = write(fd, data + done, size - done);
     if (wrote < 0 && errno == EINTR) continue;
     if (wrote <= 0) return false;
     done += static_cast<size_t>(wrote);
   }
   return true;
+}
+
+// The child's pending records: a fixed array, so that a signal handler can
+// write it out whatever the heap's state; `size` covers whole records only.
+struct Pending {
+  char data[1 << 16];
+  std::atomic<size_t> size{0};
+  int fd = -1;
+  bool buffered = true;
+};
+Pending gPending;
+
+bool FlushPending() {
+  size_t size = gPending.size.load();
+  gPending.size.store(0);
+  return size == 0 || WriteAll(gPending.fd, gPending.data, size);
 }
 
 bool Send(int fd, RunChannel::Type type, const std::string& payload) {
@@ -67,7 +87,16 @@ bool Send(int fd, RunChannel::Type type, const std::string& payload) {
   Put(&record, static_cast<uint8_t>(type));
   Put(&record, static_cast<uint32_t>(payload.size()));
   record += payload;
-  return WriteAll(fd, record);
+  size_t size = gPending.size.load();
+  if (!gPending.buffered || gPending.fd != fd || size + record.size() > sizeof(gPending.data)) {
+    if (!FlushPending()) return false;
+    gPending.fd = fd;
+    size = 0;
+  }
+  if (!gPending.buffered || record.size() > sizeof(gPending.data)) return WriteAll(fd, record);
+  std::memcpy(gPending.data + size, record.data(), record.size());
+  gPending.size.store(size + record.size());
+  return true;
 }
 
 }  // namespace
@@ -92,11 +121,24 @@ bool RunChannel::SendEnd(int fd, const RunEnd& end) {
   Put(&payload, end.endMs);
   Put(&payload, end.sessionMs);
   PutText(&payload, end.stopped);
-  return Send(fd, Type::End, payload);
+  return Send(fd, Type::End, payload) && FlushPending();
 }
 
 bool RunChannel::SendText(int fd, Type type, std::string_view text) {
-  return Send(fd, type, std::string(text));
+  return Send(fd, type, std::string(text)) && FlushPending();
+}
+
+void RunChannel::SetBuffered(bool buffered) {
+  FlushPending();
+  gPending.buffered = buffered;
+}
+
+bool RunChannel::Flush() { return FlushPending(); }
+
+void RunChannel::FlushFromSignal() {
+  size_t size = gPending.size.load();
+  if (size > 0) WriteAll(gPending.fd, gPending.data, size);
+  gPending.size.store(0);
 }
 
 bool RunChannel::ReadSome(const Handler& onRecord) {

@@ -20,11 +20,19 @@ class RunChannel {
     Note,       // text: what the child saw before it died (an exception)
   };
 
-  // Child side: writes one record to `fd` whole. False when the parent is
-  // gone. Safe from a terminate handler (one write loop, no locks).
+  // Child side, one writer at a time: appends one record for `fd`. While
+  // buffered (virtual runs: a write per event would cost more than the
+  // event), records wait in a fixed 64 KiB buffer that Flush() writes
+  // whole; unbuffered (real-time runs) each record is written at once.
+  // False when the parent is gone.
+  static void SetBuffered(bool buffered);
   static bool SendEvent(int fd, const SimEvent& event);
-  static bool SendEnd(int fd, const RunEnd& end);
-  static bool SendText(int fd, Type type, std::string_view text);
+  static bool SendEnd(int fd, const RunEnd& end);                  // flushes
+  static bool SendText(int fd, Type type, std::string_view text);  // flushes
+  static bool Flush();
+  // Writes the whole records buffered so far; async-signal-safe, for the
+  // child's fatal-signal handlers.
+  static void FlushFromSignal();
 
   // Parent side: reads from `fd` until the end of the stream (or a read
   // error), calling `onRecord` for each whole record; a truncated last record
