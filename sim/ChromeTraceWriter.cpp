@@ -12,6 +12,7 @@ using Json = nlohmann::ordered_json;
 constexpr int kPid = 1;
 constexpr int kPluginThread = 1;
 constexpr int kFrameworkThread = 2;
+constexpr int kReplayThread = 3;
 
 Json Counter(const char* name, int64_t ms, double value) {
   return {{"name", name}, {"ph", "C"}, {"ts", ms * 1000}, {"pid", kPid},
@@ -77,6 +78,10 @@ void ChromeTraceWriter::Write(const RunResult& result, std::ostream& out) {
       default:
         break;
     }
+  }
+  if (!result.jankyMs.empty()) events.push_back(ThreadName(kReplayThread, "replayed trace"));
+  for (int64_t ms : result.jankyMs) {
+    events.push_back(Instant("janky frame", "jank", ms, kReplayThread, Json::object()));
   }
   Json trace = {{"traceEvents", std::move(events)}, {"displayTimeUnit", "ms"}};
   out << trace.dump(1, ' ', false, Json::error_handler_t::replace) << '\n';

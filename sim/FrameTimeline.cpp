@@ -7,10 +7,14 @@
 #include <limits>
 #include <sstream>
 
+#include "sim/PerfettoTrace.h"
+
 namespace {
 
 constexpr int64_t kSecondNs = 1000000000;
 constexpr const char* kProfileMarker = "---PROFILEDATA---";
+// Enough of a file's start to tell a binary trace from text.
+constexpr size_t kHeadBytes = 64 * 1024;
 
 std::vector<std::string> Lines(const std::string& text) {
   std::vector<std::string> lines;
@@ -96,13 +100,23 @@ void ParseGfxinfo(const std::vector<std::string>& lines, std::vector<int64_t>* f
 }  // namespace
 
 bool FrameTimeline::Load(const std::string& path, FrameTimeline* timeline, std::string* error) {
+  return Load(path, "", timeline, error);
+}
+
+bool FrameTimeline::Load(const std::string& path, const std::string& layer, FrameTimeline* timeline,
+                         std::string* error) {
   std::ifstream in(path, std::ios::binary);
   if (!in) {
     *error = path + ": cannot open the frame capture";
     return false;
   }
+  std::string head(kHeadBytes, '\0');
+  in.read(head.data(), static_cast<std::streamsize>(head.size()));
+  head.resize(static_cast<size_t>(in.gcount()));
+  if (PerfettoTrace::Recognises(head)) return PerfettoTrace::Load(path, layer, timeline, error);
   std::ostringstream text;
-  text << in.rdbuf();
+  text << head;
+  if (in) text << in.rdbuf();
   return Parse(path, text.str(), timeline, error);
 }
 
@@ -139,11 +153,23 @@ bool FrameTimeline::Parse(const std::string& name, const std::string& text,
     *error = name + ": no frames in this " + timeline->mFormat + " capture";
     return false;
   }
-  std::sort(frames.begin(), frames.end());
-  int64_t first = frames.front();
-  for (int64_t& frame : frames) frame -= first;
-  timeline->mFrames = std::move(frames);
+  timeline->Assign(name, timeline->mFormat, std::move(frames));
   return true;
+}
+
+void FrameTimeline::Assign(const std::string& name, const std::string& format,
+                           std::vector<int64_t> frames, const std::string& layer,
+                           std::vector<int64_t> janky) {
+  std::sort(frames.begin(), frames.end());
+  std::sort(janky.begin(), janky.end());
+  int64_t first = frames.empty() ? 0 : frames.front();
+  for (int64_t& frame : frames) frame -= first;
+  for (int64_t& frame : janky) frame -= first;
+  mName = name;
+  mFormat = format;
+  mLayer = layer;
+  mFrames = std::move(frames);
+  mJanky = std::move(janky);
 }
 
 int FrameTimeline::FramesInSecondBefore(int64_t tNs) const {

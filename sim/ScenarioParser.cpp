@@ -76,13 +76,14 @@ class DirectiveParser {
         {"property", &DirectiveParser::Property}, {"app", &DirectiveParser::App},
         {"ignore", &DirectiveParser::Ignore},     {"meter", &DirectiveParser::Meter},
         {"meter-latency", &DirectiveParser::MeterLatency}, {"fps", &DirectiveParser::Fps},
-        {"frames", &DirectiveParser::Frames},     {"trigger", &DirectiveParser::Trigger},
+        {"frames", &DirectiveParser::Frames},     {"layer", &DirectiveParser::Layer},
+        {"trigger", &DirectiveParser::Trigger},
         {"fault", &DirectiveParser::Fault},       {"end", &DirectiveParser::End}};
     auto handler = kHandlers.find(directive);
     if (handler == kHandlers.end()) {
       return "unknown directive '" + directive +
-             "'; expected property, app, ignore, meter, meter-latency, fps, frames, trigger, "
-             "fault or end";
+             "'; expected property, app, ignore, meter, meter-latency, fps, frames, layer, "
+             "trigger, fault or end";
     }
     return (this->*handler->second)(reader);
   }
@@ -156,8 +157,14 @@ class DirectiveParser {
     auto timeline = std::make_shared<FrameTimeline>();
     std::string path = (std::filesystem::path(mDirectory) / file).string();
     std::string error;
-    if (!FrameTimeline::Load(path, timeline.get(), &error)) return error;
+    if (!FrameTimeline::Load(path, mLayer, timeline.get(), &error)) return error;
     mScenario->rates.push_back({at, 0.0f, timeline});
+    return "";
+  }
+
+  // The layer later frames lines replay from a Perfetto trace.
+  std::string Layer(LineReader& reader) {
+    mLayer = reader.Rest();
     return "";
   }
 
@@ -203,6 +210,7 @@ class DirectiveParser {
   }
 
   std::string mDirectory;
+  std::string mLayer;  // empty: the layer with the most frames
   Scenario* mScenario;
 };
 

@@ -2,6 +2,7 @@
 
 #include <android-base/properties.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
@@ -191,6 +192,31 @@ bool RunRealtime(const Scenario& scenario, const Simulator::Options& options, Ru
   return true;
 }
 
+// The fps or frames line in force at `ms`: the latest to start, the last
+// in the file among those starting together.
+const Scenario::RateChange* ChangeAt(const Scenario& scenario, int64_t ms) {
+  const Scenario::RateChange* current = nullptr;
+  for (const Scenario::RateChange& change : scenario.rates) {
+    if (change.atMs <= ms && (current == nullptr || change.atMs >= current->atMs)) current = &change;
+  }
+  return current;
+}
+
+// What the reports say of the Perfetto layers replayed.
+void NoteReplays(const Scenario& scenario, RunResult* result) {
+  for (const Scenario::RateChange& change : scenario.rates) {
+    if (!change.timeline || change.timeline->layer().empty()) continue;
+    const FrameTimeline& timeline = *change.timeline;
+    result->replays.push_back({change.atMs, timeline.name(), timeline.layer(),
+                               timeline.frames().size(), timeline.janky().size()});
+    for (int64_t frameNs : timeline.janky()) {
+      int64_t ms = change.atMs + frameNs / 1000000;
+      if (ms <= result->endMs && ChangeAt(scenario, ms) == &change) result->jankyMs.push_back(ms);
+    }
+  }
+  std::sort(result->jankyMs.begin(), result->jankyMs.end());
+}
+
 }  // namespace
 
 bool Simulator::Run(const Scenario& scenario, const Options& options, RunResult* result,
@@ -206,14 +232,12 @@ bool Simulator::Run(const Scenario& scenario, const Options& options, RunResult*
   for (int64_t ms = 0; ms <= result->endMs; ms += 100) {
     result->measured.emplace_back(ms, RateAt(scenario, ms));
   }
+  NoteReplays(scenario, result);
   return true;
 }
 
 float Simulator::RateAt(const Scenario& scenario, int64_t ms) {
-  const Scenario::RateChange* current = nullptr;
-  for (const Scenario::RateChange& change : scenario.rates) {
-    if (change.atMs <= ms && (current == nullptr || change.atMs >= current->atMs)) current = &change;
-  }
+  const Scenario::RateChange* current = ChangeAt(scenario, ms);
   if (current == nullptr) return 0.0f;
   if (!current->timeline) return current->fps;
   return static_cast<float>(current->timeline->FramesInSecondBefore((ms - current->atMs) * 1000000));

@@ -76,7 +76,7 @@ void Axes(const Frame& frame, std::ostream& out) {
       << ") rotate(-90)\" text-anchor=\"middle\">frames per second</text>\n</g>\n";
 }
 
-void Legend(std::ostream& out) {
+void Legend(bool janky, std::ostream& out) {
   double x = kLeft + 10, y = kTop - 14;
   out << "<g font-family=\"sans-serif\" font-size=\"12\">\n"
       << "<line x1=\"" << x << "\" y1=\"" << y << "\" x2=\"" << x + 24 << "\" y2=\"" << y
@@ -90,7 +90,23 @@ void Legend(std::ostream& out) {
       << "\">performance lock held</text>\n"
       << "<line x1=\"" << x + 590 << "\" y1=\"" << y - 7 << "\" x2=\"" << x + 590 << "\" y2=\""
       << y + 7 << "\" stroke=\"#777\" stroke-dasharray=\"3,3\"/><text x=\"" << x + 596
-      << "\" y=\"" << y + 4 << "\">trigger</text>\n</g>\n";
+      << "\" y=\"" << y + 4 << "\">trigger</text>\n";
+  if (janky) {
+    out << "<line x1=\"" << x + 670 << "\" y1=\"" << y - 7 << "\" x2=\"" << x + 670 << "\" y2=\""
+        << y + 7 << "\" stroke=\"#d62728\" stroke-width=\"2\"/><text x=\"" << x + 676
+        << "\" y=\"" << y + 4 << "\">janky frame (per the trace)</text>\n";
+  }
+  out << "</g>\n";
+}
+
+// A short red tick at the bottom of the plot for each frame the replayed
+// trace flags as janky.
+void JankyFrames(const Frame& frame, const std::vector<int64_t>& jankyMs, std::ostream& out) {
+  for (int64_t ms : jankyMs) {
+    double x = frame.X(ms);
+    out << "<line x1=\"" << x << "\" y1=\"" << kBottom - 14 << "\" x2=\"" << x << "\" y2=\""
+        << kBottom << "\" stroke=\"#d62728\" stroke-width=\"1.5\"/>\n";
+  }
 }
 
 void StepLine(const Frame& frame, const std::vector<std::pair<int64_t, double>>& points,
@@ -128,7 +144,8 @@ void SvgPlotWriter::Write(const RunResult& result, std::ostream& out) {
         << "\" fill=\"#2ca02c\" fill-opacity=\"0.25\"/>\n";
   }
   Axes(frame, out);
-  Legend(out);
+  Legend(!result.jankyMs.empty(), out);
+  JankyFrames(frame, result.jankyMs, out);
   std::vector<std::pair<int64_t, double>> measured(result.measured.begin(), result.measured.end());
   StepLine(frame, measured, "stroke=\"#1f77b4\" stroke-width=\"1.5\"", out);
   std::vector<std::pair<int64_t, double>> targets = {{0, 0.0}};

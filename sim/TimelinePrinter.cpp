@@ -82,7 +82,14 @@ std::string TimelinePrinter::TriggerName(int64_t id) {
 
 void TimelinePrinter::Print(const RunResult& result, std::ostream& out) {
   out << "gorv-sim: " << result.scenarioName << ", 0.000 s to " << Seconds(result.endMs)
-      << " s (lines starting with > are triggers handed to the plug-in)\n\n";
+      << " s (lines starting with > are triggers handed to the plug-in)\n";
+  for (const RunResult::Replay& replay : result.replays) {
+    out << "frames from " << Seconds(replay.atMs) << " s: layer '" << Visible(replay.layer)
+        << "' of " << replay.file << ", " << replay.frames
+        << (replay.frames == 1 ? " frame (" : " frames (") << replay.janky
+        << " flagged janky by the trace)\n";
+  }
+  out << '\n';
   out << "  time (s)  effect\n";
   for (const SimEvent& event : result.events) {
     std::string time = Seconds(event.tMs);
