@@ -14,7 +14,7 @@ namespace {
 constexpr int64_t kSecondNs = 1000000000;
 constexpr const char* kProfileMarker = "---PROFILEDATA---";
 // Enough of a file's start to tell a binary trace from text.
-constexpr size_t kHeadBytes = 64 * 1024;
+constexpr size_t kHeadBytes = size_t{64} * 1024;
 
 std::vector<std::string> Lines(const std::string& text) {
   std::vector<std::string> lines;

@@ -12,22 +12,23 @@
 #include <limits>
 #include <map>
 #include <unordered_map>
+#include <unordered_set>
 
 #include "perfetto_frametimeline.pb.h"
 
 namespace {
 
 namespace pb = gorvsim::perfetto;
+using google::protobuf::internal::WireFormatLite;
 using google::protobuf::io::CodedInputStream;
 using google::protobuf::io::ZeroCopyInputStream;
-using google::protobuf::internal::WireFormatLite;
 
 constexpr uint32_t kPacketTag = 0x0a;   // Trace.packet: field 1, length-delimited
 constexpr uint32_t kBootTimeClock = 6;  // Perfetto's default trace clock
-constexpr size_t kInflateChunk = 256 * 1024;
+constexpr size_t kInflateChunk = size_t{256} * 1024;
 // Perfetto compresses a few hundred kB of packets at a time; more than this
 // from one compressed packet is a corrupt (or hostile) trace.
-constexpr size_t kMaxInflated = 64 * 1024 * 1024;
+constexpr size_t kMaxInflated = size_t{64} * 1024 * 1024;
 
 bool Inflate(const std::string& deflated, std::string* out) {
   z_stream stream{};
@@ -47,9 +48,8 @@ bool Inflate(const std::string& deflated, std::string* out) {
   return status == Z_STREAM_END;
 }
 
-// Gathers the FrameTimeline events of a trace, packet by packet, and joins
-// each actual surface frame with its end once the whole trace is read (the
-// trace's end is known only then).
+// Gathers the FrameTimeline events of a trace, packet by packet; which
+// frames ended within the trace is known once the whole trace is read.
 class Collector {
  public:
   // Reads the packets of a serialized Trace (nested: inside
@@ -75,15 +75,12 @@ class Collector {
   int64_t offset() const { return mOffset; }
 
   std::vector<PerfettoTrace::Layer> Layers() {
-    for (const auto& [cookie, start] : mStarts) {
-      auto end = mEnds.find(cookie);
-      if (!start.presented || end == mEnds.end() || end->second > mLastTime ||
-          end->second >= static_cast<uint64_t>(std::numeric_limits<int64_t>::max())) {
-        continue;
-      }
-      PerfettoTrace::Layer& layer = mLayers[start.layer];
-      layer.frames.push_back(static_cast<int64_t>(end->second));
-      if (start.janky) layer.janky.push_back(static_cast<int64_t>(end->second));
+    const auto pending = static_cast<uint64_t>(std::numeric_limits<int64_t>::max());
+    for (const Ended& frame : mEnded) {
+      if (frame.ns > mLastTime || frame.ns >= pending) continue;
+      PerfettoTrace::Layer& layer = mLayers[frame.layer];
+      layer.frames.push_back(static_cast<int64_t>(frame.ns));
+      if (frame.janky) layer.janky.push_back(static_cast<int64_t>(frame.ns));
     }
     for (PerfettoTrace::Layer& layer : mLayers) {
       std::sort(layer.frames.begin(), layer.frames.end());
@@ -98,39 +95,87 @@ class Collector {
     bool presented;
     bool janky;
   };
+  struct Ended {
+    size_t layer;
+    uint64_t ns;
+    bool janky;
+  };
 
   bool Take(const pb::TracePacket& packet, bool nested) {
     if (packet.has_compressed_packets()) {
       std::string inflated;
       if (nested || !Inflate(packet.compressed_packets(), &inflated)) return false;
-      google::protobuf::io::ArrayInputStream stream(inflated.data(), static_cast<int>(inflated.size()));
+      google::protobuf::io::ArrayInputStream stream(inflated.data(),
+                                                    static_cast<int>(inflated.size()));
       if (!Walk(&stream, true)) return false;
     }
     const pb::FrameTimelineEvent& event = packet.frame_timeline_event();
     mSawFrameTimeline |= packet.has_frame_timeline_event();
-    if (event.has_frame_end()) {
-      if (packet.has_timestamp()) mEnds[event.frame_end().cookie()] = packet.timestamp();
-      return true;
+    switch (event.event_case()) {
+      case pb::FrameTimelineEvent::kFrameEnd:
+        if (packet.has_timestamp()) End(event.frame_end().cookie(), packet.timestamp());
+        return true;  // a frame end does not extend the trace
+      case pb::FrameTimelineEvent::kActualSurfaceFrameStart:
+        AddStart(event.actual_surface_frame_start());
+        break;
+      case pb::FrameTimelineEvent::kExpectedDisplayFrameStart:
+        OtherStart(event.expected_display_frame_start().cookie());
+        break;
+      case pb::FrameTimelineEvent::kActualDisplayFrameStart:
+        OtherStart(event.actual_display_frame_start().cookie());
+        break;
+      case pb::FrameTimelineEvent::kExpectedSurfaceFrameStart:
+        OtherStart(event.expected_surface_frame_start().cookie());
+        break;
+      case pb::FrameTimelineEvent::EVENT_NOT_SET:
+        break;
     }
-    if (event.has_actual_surface_frame_start()) AddStart(event.actual_surface_frame_start());
-    uint32_t clock = packet.timestamp_clock_id() == 0 ? kBootTimeClock : packet.timestamp_clock_id();
+    uint32_t clock =
+        packet.timestamp_clock_id() == 0 ? kBootTimeClock : packet.timestamp_clock_id();
     if (packet.has_timestamp() && clock == kBootTimeClock) {
       mLastTime = std::max(mLastTime, packet.timestamp());
     }
     return true;
   }
 
-  void AddStart(const pb::FrameTimelineEvent::ActualSurfaceFrameStart& start) {
-    auto [index, added] = mLayerIndex.emplace(start.layer_name(), mLayers.size());
-    if (added) mLayers.push_back({start.layer_name(), start.pid(), {}, {}});
-    int jank = start.jank_type();
-    mStarts[start.cookie()] = {
-        index->second, start.present_type() != pb::FrameTimelineEvent::PRESENT_DROPPED,
-        jank != pb::FrameTimelineEvent::JANK_UNSPECIFIED && jank != pb::FrameTimelineEvent::JANK_NONE};
+  // Each end is matched with its start as soon as both are read, so only
+  // the frames in flight are held.
+  void AddStart(const pb::FrameTimelineEvent::ActualSurfaceFrameStart& event) {
+    auto [index, added] = mLayerIndex.emplace(event.layer_name(), mLayers.size());
+    if (added) mLayers.push_back({event.layer_name(), event.pid(), {}, {}});
+    int jank = event.jank_type();
+    Start start = {index->second, event.present_type() != pb::FrameTimelineEvent::PRESENT_DROPPED,
+                   jank != pb::FrameTimelineEvent::JANK_UNSPECIFIED &&
+                       jank != pb::FrameTimelineEvent::JANK_NONE};
+    auto end = mEnds.find(event.cookie());
+    if (end == mEnds.end()) {
+      mStarts[event.cookie()] = start;
+      return;
+    }
+    Finish(start, end->second);
+    mEnds.erase(end);
+  }
+  void OtherStart(int64_t cookie) {
+    if (mEnds.erase(cookie) == 0) mOtherStarts.insert(cookie);
+  }
+  void End(int64_t cookie, uint64_t ns) {
+    auto start = mStarts.find(cookie);
+    if (start != mStarts.end()) {
+      Finish(start->second, ns);
+      mStarts.erase(start);
+    } else if (mOtherStarts.erase(cookie) == 0) {
+      mEnds[cookie] = ns;  // its start may come later in the file
+    }
+  }
+  void Finish(const Start& start, uint64_t ns) {
+    if (start.presented) mEnded.push_back({start.layer, ns, start.janky});
   }
 
-  std::unordered_map<int64_t, Start> mStarts;   // by cookie
-  std::unordered_map<int64_t, uint64_t> mEnds;  // by cookie: ns
+  // By cookie: frames started and not ended yet, ends read before their start.
+  std::unordered_map<int64_t, Start> mStarts;
+  std::unordered_set<int64_t> mOtherStarts;
+  std::unordered_map<int64_t, uint64_t> mEnds;
+  std::vector<Ended> mEnded;  // presented frames, in the order they ended
   std::map<std::string, size_t> mLayerIndex;
   std::vector<PerfettoTrace::Layer> mLayers;
   uint64_t mLastTime = 0;  // latest packet other than a frame end, BOOTTIME ns
@@ -153,7 +198,8 @@ std::string LayerList(std::vector<const PerfettoTrace::Layer*> layers) {
 }
 
 // The layer to replay, or null with `error` set.
-const PerfettoTrace::Layer* Choose(const std::string& path, const std::vector<PerfettoTrace::Layer>& layers,
+const PerfettoTrace::Layer* Choose(const std::string& path,
+                                   const std::vector<PerfettoTrace::Layer>& layers,
                                    const std::string& text, std::string* error) {
   std::vector<const PerfettoTrace::Layer*> all, matches;
   for (const PerfettoTrace::Layer& layer : layers) {
@@ -189,9 +235,9 @@ const PerfettoTrace::Layer* Choose(const std::string& path, const std::vector<Pe
 
 bool PerfettoTrace::Recognises(const std::string& head) {
   return !head.empty() && head[0] == '\n' && std::any_of(head.begin(), head.end(), [](char c) {
-           auto byte = static_cast<unsigned char>(c);
-           return (byte < 0x20 && c != '\t' && c != '\n' && c != '\r') || byte == 0x7f;
-         });
+    auto byte = static_cast<unsigned char>(c);
+    return (byte < 0x20 && c != '\t' && c != '\n' && c != '\r') || byte == 0x7f;
+  });
 }
 
 bool PerfettoTrace::Read(const std::string& path, std::vector<Layer>* layers, std::string* error) {
@@ -208,8 +254,9 @@ bool PerfettoTrace::Read(const std::string& path, std::vector<Layer>* layers, st
     return false;
   }
   if (!collector.sawFrameTimeline()) {
-    *error = path + ": no FrameTimeline data in this Perfetto trace; record with the "
-                    "android.surfaceflinger.frametimeline data source";
+    *error = path +
+             ": no FrameTimeline data in this Perfetto trace; record with the "
+             "android.surfaceflinger.frametimeline data source";
     return false;
   }
   *layers = collector.Layers();

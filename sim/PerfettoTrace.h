@@ -34,8 +34,8 @@ class PerfettoTrace {
   // the one whose name contains `layerText`, or with an empty `layerText`
   // the one with the most frames. On failure returns false and sets `error`
   // (naming `path`). Memory grows with the trace's frames, not its size.
-  static bool Load(const std::string& path, const std::string& layerText,
-                   FrameTimeline* timeline, std::string* error);
+  static bool Load(const std::string& path, const std::string& layerText, FrameTimeline* timeline,
+                   std::string* error);
 
   // Reads the trace at `path`: its layers in the order they first appear.
   static bool Read(const std::string& path, std::vector<Layer>* layers, std::string* error);

@@ -54,8 +54,8 @@ struct TraceBuilder {
 std::string Deflate(const std::string& bytes) {
   std::string out(compressBound(bytes.size()), '\0');
   uLongf size = out.size();
-  compress(reinterpret_cast<Bytef*>(out.data()), &size, reinterpret_cast<const Bytef*>(bytes.data()),
-           bytes.size());
+  compress(reinterpret_cast<Bytef*>(out.data()), &size,
+           reinterpret_cast<const Bytef*>(bytes.data()), bytes.size());
   out.resize(size);
   return out;
 }
@@ -66,12 +66,13 @@ class PerfettoReplayTest : public ::testing::Test {
     std::string pattern = (std::filesystem::temp_directory_path() / "gorv-pftest-XXXXXX").string();
     ASSERT_NE(mkdtemp(pattern.data()), nullptr);
     dir = pattern;
-      // The game's layer: frames ending at 250 ms (janky), 300 and, from the
+    // The game's layer: frames ending at 250 ms (janky), 300 and, from the
     // compressed packets, 600 (janky); a dropped frame, one never ended, one
     // pending (INT64_MAX) and one ending after the trace's last packet (1000).
     TraceBuilder game;
     game.Frame("TX - game#1", 1, 100 * kMs, 300 * kMs);
-    game.Frame("TX - game#1", 2, 120 * kMs, 250 * kMs, Event::PRESENT_LATE, Event::JANK_APP_DEADLINE_MISSED);
+    game.Frame("TX - game#1", 2, 120 * kMs, 250 * kMs, Event::PRESENT_LATE,
+               Event::JANK_APP_DEADLINE_MISSED);
     game.Frame("TX - game#1", 3, 130 * kMs, 400 * kMs, Event::PRESENT_DROPPED);
     game.Frame("TX - game#1", 4, 140 * kMs, kNever);
     game.Frame("TX - game#1", 5, 150 * kMs, std::numeric_limits<int64_t>::max());
@@ -79,10 +80,12 @@ class PerfettoReplayTest : public ::testing::Test {
     game.Packet(170 * kMs)->mutable_expected_surface_frame_start()->set_cookie(7);
     game.Packet(350 * kMs)->mutable_frame_end()->set_cookie(7);
     game.Frame("TX - menu#2", 8, 180 * kMs, 500 * kMs);
-    game.Frame("TX - menu#2", 9, 190 * kMs, 550 * kMs);
+    game.Packet(550 * kMs)->mutable_frame_end()->set_cookie(9);  // written before its start
+    game.Frame("TX - menu#2", 9, 190 * kMs, kNever);
     game.Frame("TX - dialog#3", 10, 200 * kMs, 260 * kMs, Event::PRESENT_DROPPED);
     TraceBuilder later;
-    later.Frame("TX - game#1", 11, 210 * kMs, 600 * kMs, Event::PRESENT_ON_TIME, Event::JANK_BUFFER_STUFFING);
+    later.Frame("TX - game#1", 11, 210 * kMs, 600 * kMs, Event::PRESENT_ON_TIME,
+                Event::JANK_BUFFER_STUFFING);
     game.trace.add_packet()->set_compressed_packets(Deflate(later.Bytes()));
     game.trace.add_packet()->set_timestamp(1000 * kMs);
     gameBytes = game.Bytes();
@@ -105,8 +108,8 @@ class PerfettoReplayTest : public ::testing::Test {
 
 TEST_F(PerfettoReplayTest, TheFramesOfTheChosenLayer) {
   std::string error;
-  ASSERT_TRUE(Parse("frames 0 game.txt\nlayer menu\nframes 10 game.txt\nlayer\nframes 20 game.txt\n",
-                    &error))
+  ASSERT_TRUE(Parse(
+      "frames 0 game.txt\nlayer menu\nframes 10 game.txt\nlayer\nframes 20 game.txt\n", &error))
       << error;
   const FrameTimeline& game = *scenario.rates[0].timeline;
   EXPECT_EQ(game.format(), "Perfetto FrameTimeline");
@@ -136,31 +139,39 @@ TEST_F(PerfettoReplayTest, ErrorsNameTheFileAndTheLine) {
   TraceBuilder dropped;
   dropped.Frame("TX - a#1", 1, 10, 20, Event::PRESENT_DROPPED);
   Write("dropped.pftrace", dropped.Bytes());
-  const std::string layers = "; the layers of this trace, with their presented frames:\n"
-                             "       3  TX - game#1 (pid 11)\n"
-                             "       2  TX - menu#2 (pid 11)\n"
-                             "       0  TX - dialog#3 (pid 13)";
+  const std::string layers =
+      "; the layers of this trace, with their presented frames:\n"
+      "       3  TX - game#1 (pid 11)\n"
+      "       2  TX - menu#2 (pid 11)\n"
+      "       0  TX - dialog#3 (pid 13)";
   const std::pair<const char*, std::string> cases[] = {
       {"frames 0 plain.pftrace",
        "plain.pftrace: no FrameTimeline data in this Perfetto trace; record with the "
        "android.surfaceflinger.frametimeline data source"},
-      {"frames 0 truncated.pftrace", "truncated.pftrace: truncated or corrupt Perfetto trace (the packet at byte 4)"},
-      {"frames 0 corrupt.pftrace", "corrupt.pftrace: truncated or corrupt Perfetto trace (the packet at byte 4)"},
-      {"frames 0 badzlib.pftrace", "badzlib.pftrace: truncated or corrupt Perfetto trace (the packet at byte 4)"},
-      {"frames 0 dropped.pftrace", "dropped.pftrace: no layer has a presented frame in this Perfetto trace"},
-      {"layer dialog\nframes 0 game.txt", "game.txt: layer 'TX - dialog#3' has no presented frame in this Perfetto trace"},
+      {"frames 0 truncated.pftrace",
+       "truncated.pftrace: truncated or corrupt Perfetto trace (the packet at byte 4)"},
+      {"frames 0 corrupt.pftrace",
+       "corrupt.pftrace: truncated or corrupt Perfetto trace (the packet at byte 4)"},
+      {"frames 0 badzlib.pftrace",
+       "badzlib.pftrace: truncated or corrupt Perfetto trace (the packet at byte 4)"},
+      {"frames 0 dropped.pftrace",
+       "dropped.pftrace: no layer has a presented frame in this Perfetto trace"},
+      {"layer dialog\nframes 0 game.txt",
+       "game.txt: layer 'TX - dialog#3' has no presented frame in this Perfetto trace"},
       {"layer sound\nframes 0 game.txt", "game.txt: no layer's name contains 'sound'" + layers},
       {"layer TX\nframes 0 game.txt", "game.txt: 3 layers' names contain 'TX'" + layers},
   };
   for (const auto& [text, message] : cases) {
     std::string error;
     EXPECT_FALSE(Parse(text, &error)) << text;
-    EXPECT_EQ(error, "x.scn:" + std::string(text[0] == 'l' ? "2" : "1") + ": " + dir + "/" + message);
+    EXPECT_EQ(error,
+              "x.scn:" + std::string(text[0] == 'l' ? "2" : "1") + ": " + dir + "/" + message);
   }
 
   // The program: the message on stderr, exit status 2.
   Write("bad.scn", "frames 0 corrupt.pftrace\n");
-  std::string command = std::string(GORV_SIM_PATH) + " " + dir + "/bad.scn > /dev/null 2> " + dir + "/err";
+  std::string command =
+      std::string(GORV_SIM_PATH) + " " + dir + "/bad.scn > /dev/null 2> " + dir + "/err";
   EXPECT_EQ(WEXITSTATUS(std::system(command.c_str())), 2);
   std::ifstream err(dir + "/err");
   EXPECT_EQ(std::string(std::istreambuf_iterator<char>(err), {}),
