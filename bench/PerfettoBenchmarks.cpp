@@ -3,7 +3,6 @@
 // data sources' packets in between, about 100 kB a second), and a whole run
 // with the trace against the same run at a constant frame rate.
 #include <benchmark/benchmark.h>
-#include <sys/resource.h>
 
 #include <filesystem>
 #include <fstream>
@@ -78,8 +77,6 @@ std::string TempPath(const char* name) {
 void BM_PerfettoTraceLoad(benchmark::State& state) {
   std::string path = TempPath("gorv-bench.perfetto-trace");
   size_t bytes = WriteTrace(path, state.range(0));
-  rusage before{};
-  getrusage(RUSAGE_SELF, &before);
   size_t frames = 0;
   for (auto _ : state) {
     FrameTimeline timeline;
@@ -87,13 +84,9 @@ void BM_PerfettoTraceLoad(benchmark::State& state) {
     if (!FrameTimeline::Load(path, &timeline, &error)) state.SkipWithError(error.c_str());
     frames = timeline.frames().size();
   }
-  rusage after{};
-  getrusage(RUSAGE_SELF, &after);
   std::filesystem::remove(path);
   state.counters["trace_MB"] = static_cast<double>(bytes) / 1e6;
   state.counters["frames"] = static_cast<double>(frames);
-  state.counters["max_rss_growth_MB"] =
-      static_cast<double>(after.ru_maxrss - before.ru_maxrss) / 1024.0;
 }
 BENCHMARK(BM_PerfettoTraceLoad)->Arg(10)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_PerfettoTraceLoad)->Arg(1000)->Iterations(1)->Unit(benchmark::kMillisecond);
