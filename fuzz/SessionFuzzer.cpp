@@ -13,6 +13,7 @@
 #include <android/log.h>
 #include <fuzzer/FuzzedDataProvider.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdint>
@@ -34,6 +35,9 @@ constexpr int32_t kHandledIds[] = {4097, 4098, 4099, 4100, 4221, 4222};
 constexpr int32_t kFpsHint = 4221;
 constexpr const char* kGameComponent = "com.example.game/.Main";
 constexpr int kMaxSteps = 200;
+// Virtual time with periodic rounds running, per input: 50 rounds, enough
+// to fill the history several times over and move the lock both ways.
+constexpr int64_t kRoundBudgetMs = 10000;
 // Virtual time stays far below the 24.8 days at which a timer's checked
 // millisecond accumulator ends the process by design.
 constexpr int64_t kMaxMs = int64_t{1} << 30;
@@ -131,9 +135,11 @@ float DecodeFrameRate(FuzzedDataProvider& input) {
 }
 
 // Lets virtual time pass: rounds, meter completions and scheduled work run.
-// Long idle stretches only while no periodic round is pending, so that an
-// input cannot ask for millions of rounds.
-void Advance(FuzzedDataProvider& input, SteppedRunner& runner) {
+// Long idle stretches only while no periodic round is pending, and at most
+// `roundBudgetMs` of virtual time with rounds running over the whole input:
+// a few hundred rounds reach every state of the history and the lock, and
+// an input that asked for hours of play would cost seconds of fuzzing.
+void Advance(FuzzedDataProvider& input, SteppedRunner& runner, int64_t& roundBudgetMs) {
   int64_t by = 0;
   switch (input.ConsumeIntegralInRange(0, 3)) {
     case 0:
@@ -148,6 +154,10 @@ void Advance(FuzzedDataProvider& input, SteppedRunner& runner) {
       by = runner.PendingRoundMs() ? input.ConsumeIntegralInRange<int64_t>(5000, 60000)
                                    : input.ConsumeIntegralInRange<int64_t>(5000, 100000000);
       break;
+  }
+  if (runner.PendingRoundMs()) {
+    by = std::min(by, roundBudgetMs);
+    roundBudgetMs -= by;
   }
   if (runner.NowMs() + by <= kMaxMs) runner.RunUntil(runner.NowMs() + by);
 }
@@ -232,8 +242,9 @@ void RunSession(FuzzedDataProvider& input, SessionWorld& world, SessionChecker& 
     start.component = kGameComponent;
     runner.TriggerNow(start);
   }
+  int64_t roundBudgetMs = kRoundBudgetMs;
   for (int step = 0; step < kMaxSteps && input.remaining_bytes() > 0; ++step) {
-    Advance(input, runner);
+    Advance(input, runner, roundBudgetMs);
     Act(input, world, runner, checker);
   }
   // The game leaves the foreground in a healthy world; unless the ignore list

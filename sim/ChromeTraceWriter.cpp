@@ -14,6 +14,7 @@ using Json = nlohmann::ordered_json;
 constexpr int kPid = 1;
 constexpr int kPluginThread = 1;
 constexpr int kFrameworkThread = 2;
+constexpr int kReplayThread = 3;
 
 Json Counter(const char* name, int64_t ms, double value) {
   return {
@@ -37,11 +38,17 @@ Json ThreadName(int tid, const char* name) {
 
 struct ChromeTraceWriter::State {
   State(const RunInfo& run)
-      : name(run.scenarioName), series(run, kBuckets), budget(run.endMs, kBuckets, kPerBucket) {}
+      : name(run.scenarioName), series(run, kBuckets), budget(run.endMs, kBuckets, kPerBucket) {
+    BucketBudget jankyBudget(run.endMs, kBuckets, kPerBucket);
+    for (int64_t ms : run.jankyMs) {
+      if (jankyBudget.Take(ms)) janky.push_back(ms);
+    }
+  }
   std::string name;
   RunSeries series;
   BucketBudget budget;
   Json instants = Json::array();
+  std::vector<int64_t> janky;  // the replayed trace's janky frames, reduced alike
 };
 
 ChromeTraceWriter::ChromeTraceWriter(std::ostream& out) : mOut(out) {}
@@ -113,6 +120,10 @@ void ChromeTraceWriter::End(const RunEnd& end) {
   if (!end.stopped.empty()) {
     events.push_back(
         Instant("stopped: " + end.stopped, "stopped", end.endMs, kFrameworkThread, Json::object()));
+  }
+  if (!state.janky.empty()) events.push_back(ThreadName(kReplayThread, "replayed trace"));
+  for (int64_t ms : state.janky) {
+    events.push_back(Instant("janky frame", "jank", ms, kReplayThread, Json::object()));
   }
   Json trace = {{"traceEvents", std::move(events)}, {"displayTimeUnit", "ms"}};
   mOut << trace.dump(1, ' ', false, Json::error_handler_t::replace) << '\n';

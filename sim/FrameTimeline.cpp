@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "sim/InputFile.h"
+#include "sim/PerfettoTrace.h"
 #include "sim/TextEscape.h"
 #include "sim/TextLines.h"
 
@@ -14,6 +15,8 @@ namespace {
 
 constexpr int64_t kSecondNs = 1000000000;
 constexpr std::string_view kProfileMarker = "---PROFILEDATA---";
+// Enough of a file's start to tell a binary trace from text.
+constexpr size_t kHeadBytes = size_t{64} * 1024;
 
 bool IsBlank(char c) { return c == ' ' || c == '\t'; }
 
@@ -158,11 +161,23 @@ bool ParseFrameTimes(TextLines& lines, std::vector<int64_t>* frames, std::string
 }  // namespace
 
 bool FrameTimeline::Load(const std::string& path, FrameTimeline* timeline, std::string* error) {
-  std::string text;
-  if (!InputFile::Read(path, "frame capture", InputFile::kMaxCaptureBytes, &text, error)) {
+  return Load(path, "", timeline, error);
+}
+
+bool FrameTimeline::Load(const std::string& path, const std::string& layer, FrameTimeline* timeline,
+                         std::string* error) {
+  std::string bytes;
+  if (!InputFile::Read(path, "frame capture", InputFile::kMaxCaptureBytes, kHeadBytes, &bytes,
+                       error)) {
     return false;
   }
-  return Parse(path, text, timeline, error);
+  // A trace is decoded as it streams from the file, so that memory follows
+  // its frames and not its size; text captures are read whole.
+  if (PerfettoTrace::Recognises(bytes)) return PerfettoTrace::Load(path, layer, timeline, error);
+  if (!InputFile::Read(path, "frame capture", InputFile::kMaxCaptureBytes, &bytes, error)) {
+    return false;
+  }
+  return Parse(path, bytes, timeline, error);
 }
 
 bool FrameTimeline::Parse(const std::string& name, const std::string& text, FrameTimeline* timeline,
@@ -184,16 +199,29 @@ bool FrameTimeline::Parse(const std::string& name, const std::string& text, Fram
     return false;
   }
   std::sort(frames.begin(), frames.end());
-  int64_t first = frames.front();
   int64_t span;
-  if (__builtin_sub_overflow(frames.back(), first, &span)) {
+  if (__builtin_sub_overflow(frames.back(), frames.front(), &span)) {
     *error = TextEscape::Terminal(name) +
              ": the frame times span more than 2^63 ns; the capture is damaged";
     return false;
   }
-  for (int64_t& frame : frames) frame -= first;
-  timeline->mFrames = std::move(frames);
+  timeline->Assign(name, timeline->mFormat, std::move(frames));
   return true;
+}
+
+void FrameTimeline::Assign(const std::string& name, const std::string& format,
+                           std::vector<int64_t> frames, const std::string& layer,
+                           std::vector<int64_t> janky) {
+  std::sort(frames.begin(), frames.end());
+  std::sort(janky.begin(), janky.end());
+  int64_t first = frames.empty() ? 0 : frames.front();
+  for (int64_t& frame : frames) frame -= first;
+  for (int64_t& frame : janky) frame -= first;
+  mName = name;
+  mFormat = format;
+  mLayer = layer;
+  mFrames = std::move(frames);
+  mJanky = std::move(janky);
 }
 
 int FrameTimeline::FramesInSecondBefore(int64_t tNs) const {

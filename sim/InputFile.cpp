@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -42,6 +43,12 @@ std::string TooLarge(const std::string& name, const std::string& what, size_t ma
 
 bool InputFile::Read(const std::string& path, const std::string& what, size_t maxBytes,
                      std::string* bytes, std::string* error) {
+  // One byte past the limit, so that a file that grew meanwhile is noticed.
+  return Read(path, what, maxBytes, maxBytes + 1, bytes, error);
+}
+
+bool InputFile::Read(const std::string& path, const std::string& what, size_t maxBytes,
+                     size_t headBytes, std::string* bytes, std::string* error) {
   std::string name = TextEscape::Terminal(path);
   // Non-blocking, so that opening a FIFO without a writer returns at once.
   Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
@@ -59,10 +66,10 @@ bool InputFile::Read(const std::string& path, const std::string& what, size_t ma
     return false;
   }
   bytes->clear();
-  bytes->reserve(static_cast<size_t>(status.st_size));
+  bytes->reserve(std::min(static_cast<size_t>(status.st_size), headBytes));
   char buffer[1 << 16];
-  for (;;) {
-    ssize_t got = read(file.get(), buffer, sizeof(buffer));
+  while (bytes->size() < headBytes) {
+    ssize_t got = read(file.get(), buffer, std::min(sizeof(buffer), headBytes - bytes->size()));
     if (got == 0) return true;
     if (got < 0 && errno == EINTR) continue;
     if (got < 0) {
@@ -75,4 +82,5 @@ bool InputFile::Read(const std::string& path, const std::string& what, size_t ma
     }
     bytes->append(buffer, static_cast<size_t>(got));
   }
+  return true;
 }

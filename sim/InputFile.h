@@ -19,4 +19,8 @@ class InputFile {
   // not a file" and the like; `what` names the file's role ("scenario").
   static bool Read(const std::string& path, const std::string& what, size_t maxBytes,
                    std::string* bytes, std::string* error);
+  // The same checks, but only the first `headBytes` bytes are read (all of
+  // a shorter file): enough to tell what kind of file it is.
+  static bool Read(const std::string& path, const std::string& what, size_t maxBytes,
+                   size_t headBytes, std::string* bytes, std::string* error);
 };

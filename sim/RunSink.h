@@ -22,6 +22,17 @@ struct RunInfo {
   int64_t endMs = 0;  // the scenario's end, ms
   // The frame-rate source's value where it changes: (ms, fps), by time.
   std::vector<std::pair<int64_t, float>> measured;
+  // The layers replayed from Perfetto traces, and the frames those traces
+  // flag as janky while they drove the source, in ms (sorted).
+  struct Replay {
+    int64_t atMs;
+    std::string file;
+    std::string layer;
+    size_t frames;
+    size_t janky;
+  };
+  std::vector<Replay> replays;
+  std::vector<int64_t> jankyMs;
 };
 
 struct RunEnd {

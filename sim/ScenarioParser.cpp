@@ -93,14 +93,15 @@ class DirectiveParser {
         {"meter-latency", &DirectiveParser::MeterLatency},
         {"fps", &DirectiveParser::Fps},
         {"frames", &DirectiveParser::Frames},
+        {"layer", &DirectiveParser::Layer},
         {"trigger", &DirectiveParser::Trigger},
         {"fault", &DirectiveParser::Fault},
         {"end", &DirectiveParser::End}};
     auto handler = kHandlers.find(directive);
     if (handler == kHandlers.end()) {
       return "unknown directive " + Quoted(directive) +
-             "; expected property, app, ignore, meter, meter-latency, fps, frames, trigger, "
-             "fault or end";
+             "; expected property, app, ignore, meter, meter-latency, fps, frames, layer, "
+             "trigger, fault or end";
     }
     return (this->*handler->second)(reader);
   }
@@ -175,15 +176,21 @@ class DirectiveParser {
     std::string file = reader.Rest();
     if (file.empty()) return "expected 'frames T FILE': FILE is missing";
     std::string path = (std::filesystem::path(mDirectory) / file).string();
-    // A capture named on several lines is read once.
-    std::shared_ptr<const FrameTimeline>& timeline = mCaptures[path];
+    // A capture named on several lines is read once (per layer chosen).
+    std::shared_ptr<const FrameTimeline>& timeline = mCaptures[{path, mLayer}];
     if (!timeline) {
       auto loaded = std::make_shared<FrameTimeline>();
       std::string error;
-      if (!FrameTimeline::Load(path, loaded.get(), &error)) return error;
+      if (!FrameTimeline::Load(path, mLayer, loaded.get(), &error)) return error;
       timeline = std::move(loaded);
     }
     mScenario->rates.push_back({at, 0.0f, timeline});
+    return "";
+  }
+
+  // The layer later frames lines replay from a Perfetto trace.
+  std::string Layer(LineReader& reader) {
+    mLayer = reader.Rest();
     return "";
   }
 
@@ -231,8 +238,10 @@ class DirectiveParser {
   }
 
   std::string mDirectory;
+  std::string mLayer;  // empty: the layer with the most frames
   Scenario* mScenario;
-  std::map<std::string, std::shared_ptr<const FrameTimeline>> mCaptures;  // by path
+  // By path and layer.
+  std::map<std::pair<std::string, std::string>, std::shared_ptr<const FrameTimeline>> mCaptures;
 };
 
 }  // namespace

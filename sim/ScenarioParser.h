@@ -9,7 +9,7 @@
 //
 //   property NAME VALUE         app PACKAGE CLASS PID     ignore TEXT
 //   meter NAME                  meter-latency MS          fps T VALUE
-//   frames T FILE               trigger T ID COMPONENT [VALUE]
+//   frames T FILE               layer TEXT                trigger T ID COMPONENT [VALUE]
 //   fault T KIND                end T
 #pragma once
 

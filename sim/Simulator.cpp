@@ -166,6 +166,31 @@ bool RunRealtime(const Scenario& scenario, const Simulator::Options& options, Pr
   return true;
 }
 
+// The fps or frames line in force at `ms`, or null before the first: the
+// latest to start, the last in the file among those starting together
+// (the lines are kept sorted by time, in file order among equals).
+const Scenario::RateChange* ChangeAt(const Scenario& scenario, int64_t ms) {
+  auto after = std::upper_bound(
+      scenario.rates.begin(), scenario.rates.end(), ms,
+      [](int64_t at, const Scenario::RateChange& change) { return at < change.atMs; });
+  return after == scenario.rates.begin() ? nullptr : &*(after - 1);
+}
+
+// What the reports say of the Perfetto layers replayed.
+void NoteReplays(const Scenario& scenario, RunInfo* info) {
+  for (const Scenario::RateChange& change : scenario.rates) {
+    if (!change.timeline || change.timeline->layer().empty()) continue;
+    const FrameTimeline& timeline = *change.timeline;
+    info->replays.push_back({change.atMs, timeline.name(), timeline.layer(),
+                             timeline.frames().size(), timeline.janky().size()});
+    for (int64_t frameNs : timeline.janky()) {
+      int64_t ms = change.atMs + frameNs / 1000000;
+      if (ms <= info->endMs && ChangeAt(scenario, ms) == &change) info->jankyMs.push_back(ms);
+    }
+  }
+  std::sort(info->jankyMs.begin(), info->jankyMs.end());
+}
+
 }  // namespace
 
 bool Simulator::Run(const Scenario& scenario, const Options& options, PrivateSysfs& sysfs,
@@ -192,17 +217,17 @@ bool Simulator::Run(const Scenario& scenario, const Options& options, RunResult*
 }
 
 RunInfo Simulator::InfoOf(const Scenario& scenario) {
-  return {scenario.name, scenario.EndMs(), MeasuredRates(scenario, scenario.EndMs())};
+  RunInfo info{scenario.name, scenario.EndMs(), MeasuredRates(scenario, scenario.EndMs()), {}, {}};
+  NoteReplays(scenario, &info);
+  return info;
 }
 
 float Simulator::RateAt(const Scenario& scenario, int64_t ms) {
-  auto after = std::upper_bound(
-      scenario.rates.begin(), scenario.rates.end(), ms,
-      [](int64_t at, const Scenario::RateChange& change) { return at < change.atMs; });
-  if (after == scenario.rates.begin()) return 0.0f;
-  const Scenario::RateChange& current = *(after - 1);
-  if (!current.timeline) return current.fps;
-  return static_cast<float>(current.timeline->FramesInSecondBefore((ms - current.atMs) * 1000000));
+  const Scenario::RateChange* current = ChangeAt(scenario, ms);
+  if (current == nullptr) return 0.0f;
+  if (!current->timeline) return current->fps;
+  return static_cast<float>(
+      current->timeline->FramesInSecondBefore((ms - current->atMs) * 1000000));
 }
 
 std::vector<std::pair<int64_t, float>> Simulator::MeasuredRates(const Scenario& scenario,

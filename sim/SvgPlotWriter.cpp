@@ -87,7 +87,7 @@ void Axes(const Frame& frame, std::ostream& out) {
       << ") rotate(-90)\" text-anchor=\"middle\">frames per second</text>\n</g>\n";
 }
 
-void Legend(std::ostream& out) {
+void Legend(bool janky, std::ostream& out) {
   double x = kLeft + 10, y = kTop - 14;
   out << "<g font-family=\"sans-serif\" font-size=\"12\">\n"
       << "<line x1=\"" << x << "\" y1=\"" << y << "\" x2=\"" << x + 24 << "\" y2=\"" << y
@@ -101,7 +101,23 @@ void Legend(std::ostream& out) {
       << "\">performance lock held</text>\n"
       << "<line x1=\"" << x + 590 << "\" y1=\"" << y - 7 << "\" x2=\"" << x + 590 << "\" y2=\""
       << y + 7 << "\" stroke=\"#777\" stroke-dasharray=\"3,3\"/><text x=\"" << x + 596 << "\" y=\""
-      << y + 4 << "\">trigger</text>\n</g>\n";
+      << y + 4 << "\">trigger</text>\n";
+  if (janky) {
+    out << "<line x1=\"" << x + 670 << "\" y1=\"" << y - 7 << "\" x2=\"" << x + 670 << "\" y2=\""
+        << y + 7 << "\" stroke=\"#d62728\" stroke-width=\"2\"/><text x=\"" << x + 676 << "\" y=\""
+        << y + 4 << "\">janky frame (per the trace)</text>\n";
+  }
+  out << "</g>\n";
+}
+
+// A short red tick at the bottom of the plot for each frame the replayed
+// trace flags as janky.
+void JankyFrames(const Frame& frame, const std::vector<int64_t>& jankyMs, std::ostream& out) {
+  for (int64_t ms : jankyMs) {
+    double x = frame.X(ms);
+    out << "<line x1=\"" << x << "\" y1=\"" << kBottom - 14 << "\" x2=\"" << x << "\" y2=\""
+        << kBottom << "\" stroke=\"#d62728\" stroke-width=\"1.5\"/>\n";
+  }
 }
 
 void StepLine(const Frame& frame, const Points& points, int64_t endMs, const char* style,
@@ -138,12 +154,19 @@ struct SvgPlotWriter::State {
       : name(run.scenarioName),
         endMs(run.endMs),
         series(run, kBuckets),
-        labels(run.endMs, kBuckets, 1) {}
+        labels(run.endMs, kBuckets, 1) {
+    // One tick per span is all a reader can tell apart.
+    BucketBudget ticks(run.endMs, kBuckets, 1);
+    for (int64_t ms : run.jankyMs) {
+      if (ticks.Take(ms)) janky.push_back(ms);
+    }
+  }
   std::string name;
   int64_t endMs;
   RunSeries series;
   BucketBudget labels;
   std::vector<std::pair<int64_t, std::string>> triggers;  // at most kBuckets
+  std::vector<int64_t> janky;                             // at most kBuckets
 };
 
 SvgPlotWriter::SvgPlotWriter(std::ostream& out) : mOut(out) {}
@@ -182,7 +205,8 @@ void SvgPlotWriter::End(const RunEnd& end) {
        << " - measured frame rate and target</text>\n";
   LockSpans(frame, lock, lastMs, mOut);
   Axes(frame, mOut);
-  Legend(mOut);
+  Legend(!state.janky.empty(), mOut);
+  JankyFrames(frame, state.janky, mOut);
   Points shown;
   for (const auto& point : measured) {
     if (point.first <= lastMs) shown.push_back(point);

@@ -73,9 +73,14 @@ void TimelinePrinter::Print(const RunResult& result, std::ostream& out) {
 
 void TimelinePrinter::Begin(const RunInfo& info) {
   mOut << "gorv-sim: " << TextEscape::Terminal(info.scenarioName) << ", 0.000 s to "
-       << Seconds(info.endMs)
-       << " s (lines starting with > are triggers handed to the plug-in)\n\n";
-  mOut << "  time (s)  effect\n";
+       << Seconds(info.endMs) << " s (lines starting with > are triggers handed to the plug-in)\n";
+  for (const RunInfo::Replay& replay : info.replays) {
+    mOut << "frames from " << Seconds(replay.atMs) << " s: layer '"
+         << TextEscape::Terminal(replay.layer) << "' of " << TextEscape::Terminal(replay.file)
+         << ", " << replay.frames << (replay.frames == 1 ? " frame (" : " frames (") << replay.janky
+         << " flagged janky by the trace)\n";
+  }
+  mOut << "\n  time (s)  effect\n";
 }
 
 void TimelinePrinter::Event(const SimEvent& event) {

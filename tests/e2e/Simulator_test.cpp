@@ -140,7 +140,7 @@ TEST_F(SimulatorTest, ScenarioErrorsNameTheFileAndTheLine) {
       {"meter-latency 0", "x.scn:1: expected 'meter-latency MS' with MS from 1 to 10000"},
       {"fault 5 meltdown", "x.scn:1: expected 'fault T KIND' with T in ms from 0 to 31536000000 (a year) and KIND nodes-missing, nodes-present, perf-lock-fail or perf-lock-ok"},
       {"app com.x 2", "x.scn:1: expected 'app PACKAGE CLASS PID' with CLASS and PID integers from -2147483648 to 2147483647"},
-      {"  Trigger 1 2 3", "x.scn:1: unknown directive 'Trigger'; expected property, app, ignore, meter, meter-latency, fps, frames, trigger, fault or end"},
+      {"  Trigger 1 2 3", "x.scn:1: unknown directive 'Trigger'; expected property, app, ignore, meter, meter-latency, fps, frames, layer, trigger, fault or end"},
   };
   for (const auto& [text, message] : cases) EXPECT_EQ(ParseError(text), message);
   EXPECT_EQ(ParseError("frames 0 none.txt"), "x.scn:1: " + dir + "/none.txt: cannot open the frame capture (No such file or directory)");

@@ -1,0 +1,207 @@
+// gorv-sim replaying Perfetto traces: small traces built with the protobuf
+// classes (several layers, dropped, unended and pending frames, compressed
+// packets, broken bytes), the layer choice, the errors, and the janky
+// frames in the reports.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <zlib.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <limits>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "perfetto_frametimeline.pb.h"
+#include "sim/ChromeTraceWriter.h"
+#include "sim/ScenarioParser.h"
+#include "sim/Simulator.h"
+#include "sim/SvgPlotWriter.h"
+#include "sim/TimelinePrinter.h"
+
+namespace {
+
+namespace pb = gorvsim::perfetto;
+using Event = pb::FrameTimelineEvent;
+using Times = std::vector<int64_t>;
+
+constexpr uint64_t kNever = 0;
+constexpr uint64_t kMs = 1000000;
+
+// A trace as SurfaceFlinger records it, one event per packet.
+struct TraceBuilder {
+  Event* Packet(uint64_t ns) {
+    pb::TracePacket* packet = trace.add_packet();
+    packet->set_timestamp(ns);
+    return packet->mutable_frame_timeline_event();
+  }
+  void Frame(const std::string& layer, int64_t cookie, uint64_t startNs, uint64_t endNs,
+             Event::PresentType present = Event::PRESENT_ON_TIME, int jank = Event::JANK_NONE) {
+    Event::ActualSurfaceFrameStart* start = Packet(startNs)->mutable_actual_surface_frame_start();
+    start->set_cookie(cookie);
+    start->set_pid(static_cast<int>(layer.size()));
+    start->set_layer_name(layer);
+    start->set_present_type(present);
+    start->set_jank_type(jank);
+    if (endNs != kNever) Packet(endNs)->mutable_frame_end()->set_cookie(cookie);
+  }
+  std::string Bytes() const { return trace.SerializeAsString(); }
+  pb::Trace trace;
+};
+
+std::string Deflate(const std::string& bytes) {
+  std::string out(compressBound(bytes.size()), '\0');
+  uLongf size = out.size();
+  compress(reinterpret_cast<Bytef*>(out.data()), &size,
+           reinterpret_cast<const Bytef*>(bytes.data()), bytes.size());
+  out.resize(size);
+  return out;
+}
+
+class PerfettoReplayTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    std::string pattern = (std::filesystem::temp_directory_path() / "gorv-pftest-XXXXXX").string();
+    ASSERT_NE(mkdtemp(pattern.data()), nullptr);
+    dir = pattern;
+    // The game's layer: frames ending at 250 ms (janky), 300 and, from the
+    // compressed packets, 600 (janky); a dropped frame, one never ended, one
+    // pending (INT64_MAX) and one ending after the trace's last packet (1000).
+    TraceBuilder game;
+    game.Frame("TX - game#1", 1, 100 * kMs, 300 * kMs);
+    game.Frame("TX - game#1", 2, 120 * kMs, 250 * kMs, Event::PRESENT_LATE,
+               Event::JANK_APP_DEADLINE_MISSED);
+    game.Frame("TX - game#1", 3, 130 * kMs, 400 * kMs, Event::PRESENT_DROPPED);
+    game.Frame("TX - game#1", 4, 140 * kMs, kNever);
+    game.Frame("TX - game#1", 5, 150 * kMs, std::numeric_limits<int64_t>::max());
+    game.Frame("TX - game#1", 6, 160 * kMs, 5000 * kMs);
+    game.Packet(170 * kMs)->mutable_expected_surface_frame_start()->set_cookie(7);
+    game.Packet(350 * kMs)->mutable_frame_end()->set_cookie(7);
+    game.Frame("TX - menu#2", 8, 180 * kMs, 500 * kMs);
+    game.Packet(550 * kMs)->mutable_frame_end()->set_cookie(9);  // written before its start
+    game.Frame("TX - menu#2", 9, 190 * kMs, kNever);
+    game.Frame("TX - dialog#3", 10, 200 * kMs, 260 * kMs, Event::PRESENT_DROPPED);
+    TraceBuilder later;
+    later.Frame("TX - game#1", 11, 210 * kMs, 600 * kMs, Event::PRESENT_ON_TIME,
+                Event::JANK_BUFFER_STUFFING);
+    game.trace.add_packet()->set_compressed_packets(Deflate(later.Bytes()));
+    game.trace.add_packet()->set_timestamp(1000 * kMs);
+    gameBytes = game.Bytes();
+    // Fields the simulator does not read: in a packet, and beside the packets.
+    Write("game.txt", gameBytes + "\x0a\x02\x50\x01" + "\x10\x07");
+  }
+  void TearDown() override { std::filesystem::remove_all(dir); }
+
+  void Write(const std::string& name, const std::string& bytes) {
+    std::ofstream(dir + "/" + name, std::ios::binary) << bytes;
+  }
+  bool Parse(const std::string& text, std::string* error) {
+    return ScenarioParser::Parse("x.scn", dir, text, &scenario, error);
+  }
+
+  std::string dir;
+  std::string gameBytes;
+  Scenario scenario;
+};
+
+TEST_F(PerfettoReplayTest, TheFramesOfTheChosenLayer) {
+  std::string error;
+  ASSERT_TRUE(Parse(
+      "frames 0 game.txt\nlayer menu\nframes 10 game.txt\nlayer\nframes 20 game.txt\n", &error))
+      << error;
+  const FrameTimeline& game = *scenario.rates[0].timeline;
+  EXPECT_EQ(game.format(), "Perfetto FrameTimeline");
+  EXPECT_EQ(game.layer(), "TX - game#1");
+  EXPECT_EQ(game.frames(), (Times{0, 50 * kMs, 350 * kMs}));
+  EXPECT_EQ(game.janky(), (Times{0, 350 * kMs}));
+  EXPECT_EQ(scenario.rates[1].timeline->layer(), "TX - menu#2");
+  EXPECT_EQ(scenario.rates[1].timeline->frames(), (Times{0, 50 * kMs}));
+  EXPECT_EQ(scenario.rates[2].timeline->layer(), "TX - game#1");
+
+  // Text that starts with a line feed is still text.
+  Write("list.txt", "\n5000\n6000\n");
+  ASSERT_TRUE(Parse("frames 0 list.txt\n", &error)) << error;
+  EXPECT_EQ(scenario.rates[0].timeline->format(), "frame times");
+}
+
+TEST_F(PerfettoReplayTest, ErrorsNameTheFileAndTheLine) {
+  TraceBuilder plain;
+  plain.trace.add_packet()->set_timestamp(5);
+  std::string one = plain.Bytes();
+  Write("plain.pftrace", one);
+  Write("truncated.pftrace", one + gameBytes.substr(0, 9));
+  Write("corrupt.pftrace", one + "\x0a\x03\xff\xff\xff");
+  pb::Trace bad;
+  bad.add_packet()->set_compressed_packets("not zlib");
+  Write("badzlib.pftrace", one + bad.SerializeAsString());
+  TraceBuilder dropped;
+  dropped.Frame("TX - a#1", 1, 10, 20, Event::PRESENT_DROPPED);
+  Write("dropped.pftrace", dropped.Bytes());
+  const std::string layers =
+      "; the layers of this trace, with their presented frames:\n"
+      "       3  TX - game#1 (pid 11)\n"
+      "       2  TX - menu#2 (pid 11)\n"
+      "       0  TX - dialog#3 (pid 13)";
+  const std::pair<const char*, std::string> cases[] = {
+      {"frames 0 plain.pftrace",
+       "plain.pftrace: no FrameTimeline data in this Perfetto trace; record with the "
+       "android.surfaceflinger.frametimeline data source"},
+      {"frames 0 truncated.pftrace",
+       "truncated.pftrace: truncated or corrupt Perfetto trace (the packet at byte 4)"},
+      {"frames 0 corrupt.pftrace",
+       "corrupt.pftrace: truncated or corrupt Perfetto trace (the packet at byte 4)"},
+      {"frames 0 badzlib.pftrace",
+       "badzlib.pftrace: truncated or corrupt Perfetto trace (the packet at byte 4)"},
+      {"frames 0 dropped.pftrace",
+       "dropped.pftrace: no layer has a presented frame in this Perfetto trace"},
+      {"layer dialog\nframes 0 game.txt",
+       "game.txt: layer 'TX - dialog#3' has no presented frame in this Perfetto trace"},
+      {"layer sound\nframes 0 game.txt", "game.txt: no layer's name contains 'sound'" + layers},
+      {"layer TX\nframes 0 game.txt", "game.txt: 3 layers' names contain 'TX'" + layers},
+  };
+  for (const auto& [text, message] : cases) {
+    std::string error;
+    EXPECT_FALSE(Parse(text, &error)) << text;
+    EXPECT_EQ(error,
+              "x.scn:" + std::string(text[0] == 'l' ? "2" : "1") + ": " + dir + "/" + message);
+  }
+
+  // The program: the message on stderr, exit status 2.
+  Write("bad.scn", "frames 0 corrupt.pftrace\n");
+  std::string command =
+      std::string(GORV_SIM_PATH) + " " + dir + "/bad.scn > /dev/null 2> " + dir + "/err";
+  EXPECT_EQ(WEXITSTATUS(std::system(command.c_str())), 2);
+  std::ifstream err(dir + "/err");
+  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(err), {}),
+            "gorv-sim: " + dir + "/bad.scn:1: " + dir +
+                "/corrupt.pftrace: truncated or corrupt Perfetto trace (the packet at byte 4)\n");
+}
+
+TEST_F(PerfettoReplayTest, TheReportsMarkTheJankyFrames) {
+  std::string error;
+  ASSERT_TRUE(Parse("frames 1000 game.txt\nend 2000\n", &error)) << error;
+  RunResult result;
+  ASSERT_TRUE(Simulator::Run(scenario, {GORV_PLUGIN_PATH, false}, &result, &error)) << error;
+  EXPECT_EQ(result.info.jankyMs, (Times{1000, 1350}));
+
+  std::ostringstream timeline, plot, trace;
+  TimelinePrinter::Print(result, timeline);
+  EXPECT_NE(timeline.str().find("\nframes from 1.000 s: layer 'TX - game#1' of " + dir +
+                                "/game.txt, 3 frames (2 flagged janky by the trace)\n\n"),
+            std::string::npos)
+      << timeline.str();
+  SvgPlotWriter::Write(result, plot);
+  ChromeTraceWriter::Write(result, trace);
+  auto count = [](const std::string& text, const std::string& what) {
+    size_t n = 0;
+    for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++n;
+    return n;
+  };
+  EXPECT_EQ(count(plot.str(), "stroke=\"#d62728\" stroke-width=\"1.5\""), 2u);
+  EXPECT_EQ(count(plot.str(), "janky frame (per the trace)"), 1u);
+  EXPECT_EQ(count(trace.str(), "\"name\": \"janky frame\""), 2u);
+}
+
+}  // namespace
