@@ -2,6 +2,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include "sim/EventLog.h"
+
 void JsonLinesWriter::Write(const RunResult& result, std::ostream& out) {
   JsonLinesWriter writer(out);
   result.Replay(writer);
@@ -22,38 +24,32 @@ void JsonLinesWriter::End(const RunEnd& end) {
 std::string JsonLinesWriter::Line(const SimEvent& event) {
   nlohmann::ordered_json line;
   line["t"] = event.tMs;
+  line["event"] = EventLog::KindName(event.kind);
   switch (event.kind) {
     case SimEvent::Kind::Node:
-      line["event"] = "node";
       line["path"] = event.name;
       line["value"] = event.text;
       break;
     case SimEvent::Kind::LockAcquire:
-      line["event"] = "perf_lock_acquire";
       line["handle"] = event.handle;
       line["resources"] = event.resources;
       break;
     case SimEvent::Kind::LockRelease:
-      line["event"] = "perf_lock_release";
       line["handle"] = event.handle;
       break;
     case SimEvent::Kind::Log:
-      line["event"] = "log";
       line["priority"] = event.priority;
       line["tag"] = event.name;
       line["message"] = event.text;
       break;
     case SimEvent::Kind::Counter:
-      line["event"] = "counter";
       line["name"] = event.name;
       line["value"] = event.value;
       break;
     case SimEvent::Kind::TraceSection:
-      line["event"] = "trace_section";
       line["name"] = event.name;
       break;
     case SimEvent::Kind::Trigger:
-      line["event"] = "trigger";
       line["id"] = event.value;
       line["component"] = event.name;
       line["value"] = event.triggerValue;

@@ -13,7 +13,9 @@ std::string Seconds(int64_t ms) {
   return text;
 }
 
-std::string Describe(const SimEvent& event) {
+}  // namespace
+
+std::string TimelinePrinter::Describe(const SimEvent& event) {
   switch (event.kind) {
     case SimEvent::Kind::Node:
       return "node     " + TextEscape::Terminal(RunSummary::ShortNode(event.name)) + " <- " +
@@ -47,7 +49,10 @@ std::string Describe(const SimEvent& event) {
   return "";
 }
 
-}  // namespace
+std::string TimelinePrinter::TimeColumn(int64_t ms) {
+  std::string time = Seconds(ms);
+  return std::string(time.size() < 10 ? 10 - time.size() : 0, ' ') + time;
+}
 
 std::string TimelinePrinter::TriggerName(int64_t id) {
   switch (id) {
@@ -85,9 +90,7 @@ void TimelinePrinter::Begin(const RunInfo& info) {
 
 void TimelinePrinter::Event(const SimEvent& event) {
   mSummary.Add(event);
-  std::string time = Seconds(event.tMs);
-  mOut << std::string(time.size() < 10 ? 10 - time.size() : 0, ' ') << time << "  "
-       << Describe(event) << '\n';
+  mOut << TimeColumn(event.tMs) << "  " << Describe(event) << '\n';
 }
 
 void TimelinePrinter::End(const RunEnd& end) {

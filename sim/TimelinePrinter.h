@@ -21,6 +21,10 @@ class TimelinePrinter : public RunSink {
   // A whole run at once.
   static void Print(const RunResult& result, std::ostream& out);
   static std::string TriggerName(int64_t id);
+  // One event as its timeline line has it after the time: "node     fps <- 60".
+  static std::string Describe(const SimEvent& event);
+  // The time column: `ms` in seconds, right-aligned in 10 characters.
+  static std::string TimeColumn(int64_t ms);
 
  private:
   std::ostream& mOut;

@@ -1,16 +1,22 @@
-// gorv-sim: watch the plug-in work on a Linux host.
+// gorv-sim: watch the plug-in work on a Linux host, and check a change
+// against recorded runs.
 //
-//   gorv-sim [SCENARIO] [--events FILE] [--trace FILE] [--plot FILE] [--realtime]
+//   gorv-sim [SCENARIO|FOLDER...] [--events FILE] [--trace FILE] [--plot FILE]
+//            [--summary-json FILE] [--expect FILE [--ignore-log-lines]
+//            [--ignore KIND]...] [--realtime]
 //
 // Without SCENARIO the built-in scenario runs. FILE may be - for standard
-// output; the human timeline goes to standard output unless another output
-// does. The run happens in a child process (ChildRun) so that the plug-in
-// ending its own process still leaves every output written up to then.
-// Exit status: 0 done; 1 the plug-in could not be run, or an output could
-// not be written; 2 bad usage or a bad scenario (nothing runs); 3 the
-// plug-in ended its process (one line on standard error says when and how);
-// 128+N interrupted by signal N (SIGINT, SIGTERM). A closed pipe on an
-// output ends the run quietly, as SIGPIPE ends other tools.
+// output, or a folder for files named after each scenario (BatchRunner);
+// the human timeline goes to standard output unless another output or the
+// check does. Each run happens in a child process (ChildRun) so that the
+// plug-in ending its own process still leaves every output written up to
+// then. Exit status, the highest of the runs': 0 done (and matched); 1 the
+// plug-in could not be run, an output could not be written, or the events
+// differ from the expected ones; 2 bad usage or bad input (that scenario
+// does not run); 3 the plug-in ended its process (one line on standard
+// error says when and how); 128+N interrupted by signal N (SIGINT,
+// SIGTERM), which ends a batch. A closed pipe on an output ends the run
+// quietly, as SIGPIPE ends other tools.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -22,74 +28,12 @@
 #include <memory>
 #include <vector>
 
-#include "sim/ChildRun.h"
-#include "sim/ChromeTraceWriter.h"
-#include "sim/JsonLinesWriter.h"
-#include "sim/OutputFile.h"
-#include "sim/ScenarioParser.h"
-#include "sim/Simulator.h"
-#include "sim/SvgPlotWriter.h"
-#include "sim/TimelinePrinter.h"
+#include "sim/BatchRunner.h"
+#include "sim/EventLog.h"
 
 namespace {
 
-constexpr int kDone = 0, kNotRun = 1, kBadInput = 2, kPluginEnded = 3;
-
-// Hands each call to every output in turn.
-class FanOut : public RunSink {
- public:
-  void Add(std::unique_ptr<RunSink> sink) { mSinks.push_back(std::move(sink)); }
-  void Begin(const RunInfo& info) override {
-    for (auto& sink : mSinks) sink->Begin(info);
-  }
-  void Event(const SimEvent& event) override {
-    for (auto& sink : mSinks) sink->Event(event);
-  }
-  void End(const RunEnd& end) override {
-    for (auto& sink : mSinks) sink->End(end);
-  }
-
- private:
-  std::vector<std::unique_ptr<RunSink>> mSinks;
-};
-
-// The outputs asked for, opened before anything runs.
-struct Outputs {
-  std::vector<std::unique_ptr<OutputFile>> files;
-  FanOut sinks;
-
-  template <typename Writer>
-  bool Open(const std::string& path) {
-    if (path.empty()) return true;
-    std::string error;
-    std::unique_ptr<OutputFile> file = OutputFile::Open(path, &error);
-    if (!file) {
-      std::cerr << "gorv-sim: " << error << "\n";
-      return false;
-    }
-    sinks.Add(std::make_unique<Writer>(file->stream()));
-    files.push_back(std::move(file));
-    return true;
-  }
-  bool PipeClosed() const {
-    for (const auto& file : files) {
-      if (file->PipeClosed()) return true;
-    }
-    return false;
-  }
-  // Closes every file; false after reporting each that failed.
-  bool Close() {
-    bool ok = true;
-    for (auto& file : files) {
-      std::string error;
-      if (!file->Close(&error) && !file->PipeClosed()) {
-        std::cerr << "gorv-sim: " << error << "\n";
-        ok = false;
-      }
-    }
-    return ok;
-  }
-};
+constexpr int kDone = 0, kNotRun = 1, kBadInput = 2;
 
 // Standard input and error, when closed, are pointed at /dev/null so that
 // no output file takes their numbers; a closed standard output is an error
@@ -107,74 +51,51 @@ bool CheckStandardStreams() {
 }
 
 int Run(int argc, char** argv) {
-  CLI::App app{"gorv-sim: replays a game session through libgorv.so in the host framework"};
-  std::string scenarioPath, eventsPath, tracePath, plotPath;
-  bool realtime = false;
-  app.add_option("SCENARIO", scenarioPath, "scenario file (default: the built-in scenario)");
-  app.add_option("--events", eventsPath, "write every effect as JSON lines to FILE (- for stdout)");
-  app.add_option("--trace", tracePath, "write a Chrome/Perfetto trace to FILE (- for stdout)");
-  app.add_option("--plot", plotPath, "write an SVG plot to FILE (- for stdout)");
-  app.add_flag("--realtime", realtime, "run on real threads and the real clock");
+  CLI::App app{"gorv-sim: replays game sessions through libgorv.so in the host framework"};
+  BatchRunner::Request request;
+  ScenarioJob::Outputs& outputs = request.outputs;
+  std::vector<std::string> ignored;
+  app.add_option("SCENARIO", request.scenarios,
+                 "scenario files or folders of *.scn files (default: the built-in scenario)");
+  app.add_option("--events", outputs.events, "write every effect as JSON lines to FILE (- stdout)");
+  app.add_option("--trace", outputs.trace, "write a Chrome/Perfetto trace to FILE (- stdout)");
+  app.add_option("--plot", outputs.plot, "write an SVG plot to FILE (- stdout)");
+  app.add_option("--summary-json", outputs.summary, "write the summary as JSON to FILE (- stdout)");
+  CLI::Option* expect = app.add_option("--expect", outputs.expect,
+                                       "check the events against FILE (an --events file)");
+  app.add_flag("--ignore-log-lines", request.settings.comparison.maskLogLines,
+               "check log messages with their source line numbers masked")
+      ->needs(expect);
+  app.add_option("--ignore", ignored, "leave events of KIND out of the check (repeatable)")
+      ->allow_extra_args(false)
+      ->needs(expect);
+  app.add_flag("--realtime", request.settings.simulator.realtime,
+               "run on real threads and the real clock");
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
     int status = app.exit(e);
     return status == 0 ? kDone : kBadInput;
   }
+  for (const std::string& name : ignored) {
+    SimEvent::Kind kind;
+    if (!EventLog::KindOf(name, &kind)) {
+      std::cerr << "gorv-sim: --ignore " << name << ": expected " << EventLog::EffectNames()
+                << "\n";
+      return kBadInput;
+    }
+    request.settings.comparison.ignored.insert(kind);
+  }
   if (!CheckStandardStreams()) return kNotRun;
-
-  Scenario scenario;
-  std::string error;
-  bool parsed = scenarioPath.empty()
-                    ? ScenarioParser::Parse("built-in scenario", ".", Simulator::BuiltInScenario(),
-                                            &scenario, &error)
-                    : ScenarioParser::ParseFile(scenarioPath, &scenario, &error);
-  if (!parsed) {
-    std::cerr << "gorv-sim: " << error << "\n";
-    return kBadInput;
-  }
-
-  // Before anything is written: the plug-in's nodes must have a place.
-  std::unique_ptr<PrivateSysfs> sysfs = PrivateSysfs::Make(&error);
-  if (!sysfs) {
-    std::cerr << "gorv-sim: " << error << "\n";
-    return kNotRun;
-  }
-  Outputs outputs;
-  if (!outputs.Open<JsonLinesWriter>(eventsPath) || !outputs.Open<ChromeTraceWriter>(tracePath) ||
-      !outputs.Open<SvgPlotWriter>(plotPath)) {
-    return kNotRun;
-  }
-  if (eventsPath != "-" && tracePath != "-" && plotPath != "-" &&
-      !outputs.Open<TimelinePrinter>("-")) {
-    return kNotRun;
-  }
-
-  Simulator::Options options;
   const char* plugin = std::getenv("GORV_PLUGIN");
-  options.pluginPath = plugin != nullptr ? plugin : GORV_PLUGIN_PATH;
-  options.realtime = realtime;
-  ChildRun::Result run = ChildRun::Run(scenario, options, *sysfs, outputs.sinks,
-                                       [&outputs] { return outputs.PipeClosed(); });
-  bool written = outputs.Close();
-  if (run.outcome == ChildRun::Outcome::Abandoned || outputs.PipeClosed()) {
+  request.settings.simulator.pluginPath = plugin != nullptr ? plugin : GORV_PLUGIN_PATH;
+  bool pipeClosed = false;
+  int status = BatchRunner::Run(request, &pipeClosed);
+  if (pipeClosed) {
     std::signal(SIGPIPE, SIG_DFL);
     std::raise(SIGPIPE);
-    return kNotRun;
   }
-  switch (run.outcome) {
-    case ChildRun::Outcome::Failed:
-      std::cerr << "gorv-sim: " << run.message << "\n";
-      return kNotRun;
-    case ChildRun::Outcome::Aborted:
-      std::cerr << "gorv-sim: " << run.message << "\n";
-      return kPluginEnded;
-    case ChildRun::Outcome::Interrupted:
-      std::cerr << "gorv-sim: " << run.message << "; the outputs hold the run up to then\n";
-      return 128 + run.signal;
-    default:
-      return written ? kDone : kNotRun;
-  }
+  return status;
 }
 
 }  // namespace

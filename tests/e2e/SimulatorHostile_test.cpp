@@ -15,6 +15,7 @@
 #include "sim/FrameTimeline.h"
 #include "sim/TextEscape.h"
 #include "tests/support/LogCapture.h"
+#include "tests/support/TempFolder.h"
 
 namespace {
 
@@ -25,16 +26,8 @@ struct Outcome {
 
 class SimulatorHostileTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    std::string pattern = (std::filesystem::temp_directory_path() / "gorv-hostile-XXXXXX").string();
-    ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-    dir = pattern;
-  }
-  void TearDown() override { std::filesystem::remove_all(dir); }
-
   std::string Write(const std::string& name, const std::string& bytes) {
-    std::ofstream(dir + "/" + name, std::ios::binary) << bytes;
-    return dir + "/" + name;
+    return folder.Write(name, bytes);
   }
   std::string Read(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
@@ -50,7 +43,8 @@ class SimulatorHostileTest : public ::testing::Test {
     return {WEXITSTATUS(status), Read(dir + "/stdout"), Read(dir + "/stderr")};
   }
 
-  std::string dir;
+  TempFolder folder;
+  const std::string dir = folder.path();
 };
 
 constexpr const char* kGame = "property ro.vendor.perf.gorv true\napp g 2 7\nfps 0 60\n";

@@ -1,0 +1,37 @@
+// Runs what the command line names: the built-in scenario, one scenario
+// file, or several (files and folders; a folder stands for its *.scn files
+// in name order).
+//
+// Each scenario runs in turn, each in a child process of its own
+// (ScenarioJob, ChildRun), so every run starts from a fresh plug-in and
+// platform. One at a time: the outputs and the timelines on standard output
+// come in the order given, as they happen. With several scenarios, or a
+// folder, a closing table follows: per scenario its status, target
+// changes, lock time and check.
+//
+// An output option naming a folder (an existing one, or a path ending in
+// /) gets one file per scenario, named after it: NAME.jsonl (--events, and
+// what --expect reads), NAME.trace.json, NAME.svg, NAME.summary.json. With
+// several scenarios every output option must name a folder.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "sim/ScenarioJob.h"
+
+class BatchRunner {
+ public:
+  struct Request {
+    std::vector<std::string> scenarios;  // files and folders; empty: the built-in scenario
+    ScenarioJob::Outputs outputs;        // files, folders or "-"
+    ScenarioJob::Settings settings;
+  };
+
+  // Returns the exit status: the highest of the runs' (0 all done and
+  // matched, 1 a run failed or differed, 2 bad input, 3 the plug-in ended a
+  // run), or 2 for bad usage, before anything runs. An interrupted run
+  // (128+N) ends the batch with its status; so does standard output going
+  // to a closed pipe (`pipeClosed` then set, for the caller to end quietly).
+  static int Run(const Request& request, bool* pipeClosed);
+};

@@ -1,0 +1,45 @@
+// One scenario's run with its outputs: the scenario and the expected events
+// read (bad input: nothing runs), the outputs opened, the run hosted in a
+// child (ChildRun) and streamed to every output as a sink, the outputs
+// closed and checked. Errors go to standard error as "gorv-sim: ...".
+// Single-threaded; one job at a time (ChildRun's signal handling).
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "sim/EventComparator.h"
+#include "sim/Simulator.h"
+
+class ScenarioJob {
+ public:
+  // Output files; "" none, "-" standard output.
+  struct Outputs {
+    std::string events, trace, plot, summary;
+    std::string expect;  // the events file to check the run against; "" none
+  };
+  struct Settings {
+    Simulator::Options simulator;
+    EventComparator::Options comparison;
+  };
+  enum class Check { None, Pass, Fail };
+  struct Outcome {
+    // Exit status: 0 done (and matched); 1 the plug-in could not be run, an
+    // output could not be written or the events differ; 2 a bad scenario or
+    // expected file (nothing ran); 3 the plug-in ended its process;
+    // 128+N interrupted by signal N.
+    int status = 0;
+    bool ran = false;
+    bool written = true;      // every output written
+    bool pipeClosed = false;  // standard output went to a closed pipe
+    Check check = Check::None;
+    int64_t targetChanges = 0;
+    int64_t lockHeldMs = 0;
+  };
+
+  // `scenarioPath` "" runs the built-in scenario. The human timeline goes to
+  // standard output unless an output or the check (whose report goes there,
+  // or to standard error when an output holds standard output) takes it.
+  static Outcome Run(const std::string& scenarioPath, const Outputs& outputs,
+                     const Settings& settings);
+};

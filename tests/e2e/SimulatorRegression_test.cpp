@@ -1,0 +1,233 @@
+// gorv-sim as a regression check: a run checked against its own recording,
+// against edited recordings, damaged ones; the summary as JSON; folders of
+// scenarios with the closing table.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <regex>
+#include <string>
+
+#include "sim/EventComparator.h"
+#include "sim/EventLog.h"
+#include "tests/support/TempFolder.h"
+
+namespace {
+
+constexpr const char* kSession =
+    "property ro.vendor.perf.gorv true\napp com.example.game 2 4242\nfps 0 60\n"
+    "trigger 1000 4097 com.example.game/.Main\ntrigger 5000 4098 com.example.game/.Main\n"
+    "end 6000\n";
+
+struct Outcome {
+  int status;
+  std::string out, err;
+};
+
+class SimulatorRegressionTest : public ::testing::Test {
+ protected:
+  std::string Write(const std::string& name, const std::string& text) {
+    return folder.Write(name, text);
+  }
+  std::string Read(const std::string& name) { return folder.Read(name); }
+  // Runs gorv-sim in `dir` with `arguments`.
+  Outcome Sim(const std::string& arguments) {
+    std::string command = "cd " + dir + " && " + GORV_SIM_PATH + " " + arguments + " > out 2> err";
+    int status = std::system(command.c_str());
+    return {WEXITSTATUS(status), Read("out"), Read("err")};
+  }
+  // Records a run of kSession as s.jsonl; returns the lines.
+  std::string Record() {
+    Write("s.scn", kSession);
+    EXPECT_EQ(Sim("s.scn --events s.jsonl").status, 0);
+    return Read("s.jsonl");
+  }
+
+  TempFolder folder;
+  const std::string dir = folder.path();
+};
+
+TEST_F(SimulatorRegressionTest, ARunCheckedAgainstItsRecording) {
+  std::string recorded = Record();
+  Outcome same = Sim("s.scn --expect s.jsonl");
+  EXPECT_EQ(same.status, 0);
+  EXPECT_EQ(same.out, "gorv-sim: s.scn: 5 events match s.jsonl\n");
+
+  // Recording while checking.
+  EXPECT_EQ(Sim("s.scn --expect s.jsonl --events again.jsonl").status, 0);
+  EXPECT_EQ(Read("again.jsonl"), recorded);
+
+  // The source lines moved: a changed log line, unless masked.
+  Write("moved.jsonl", std::regex_replace(recorded, std::regex(R"(\(\) \d+:)"), "() 9999:"));
+  Outcome moved = Sim("s.scn --expect moved.jsonl");
+  EXPECT_EQ(moved.status, 1);
+  EXPECT_NE(moved.out.find("     0.000  changed   log      GORV_FEATURE: GorvFeature() "),
+            std::string::npos)
+      << moved.out;
+  EXPECT_EQ(Sim("s.scn --expect moved.jsonl --ignore-log-lines").status, 0);
+
+  // One node value changed and one event removed: both named, nothing else.
+  std::string edited =
+      std::regex_replace(recorded, std::regex(R"("value":"60")"), R"("value":"90")");
+  edited = std::regex_replace(edited,
+                              std::regex(R"(\{"t":5000,"event":"perf_lock_release"[^\n]*\n)"), "");
+  Write("edited.jsonl", edited);
+  Outcome differs = Sim("s.scn --expect edited.jsonl");
+  EXPECT_EQ(differs.status, 1);
+  EXPECT_EQ(differs.out,
+            "gorv-sim: s.scn: 2 difference(s) from edited.jsonl (3 events match)\n"
+            "  time (s)  difference\n"
+            "     1.600  changed   node     fps <- 60\n"
+            "            expected  node     fps <- 90\n"
+            "     5.000  extra     lock     released, handle 1\n");
+
+  // Ignored kinds are left out on both sides.
+  Write("nolog.jsonl", recorded.substr(recorded.find('\n') + 1));
+  EXPECT_EQ(Sim("s.scn --expect nolog.jsonl").status, 1);
+  EXPECT_EQ(Sim("s.scn --expect nolog.jsonl --ignore log").out,
+            "gorv-sim: s.scn: 4 events match nolog.jsonl\n");
+  Outcome badKind = Sim("s.scn --expect s.jsonl --ignore logs");
+  EXPECT_EQ(badKind.status, 2);
+  EXPECT_EQ(badKind.err,
+            "gorv-sim: --ignore logs: expected node, perf_lock_acquire, "
+            "perf_lock_release, log, counter or trace_section\n");
+}
+
+TEST_F(SimulatorRegressionTest, OneRemovedEventAmongManyIsOneDifference) {
+  std::vector<SimEvent> expected;
+  for (int i = 0; i < 50; ++i) {
+    SimEvent event;
+    event.kind = i % 2 == 0 ? SimEvent::Kind::Node : SimEvent::Kind::Counter;
+    event.tMs = int64_t{i / 4} * 200;  // several events share each time
+    event.name = "n" + std::to_string(i % 3);
+    event.text = std::to_string(i);
+    expected.push_back(event);
+  }
+  std::vector<SimEvent> recorded = expected;
+  recorded.erase(recorded.begin() + 9);
+  recorded[30].value = 7;
+  SimEvent extra = recorded[40];
+  extra.text = "x";
+  recorded.insert(recorded.begin() + 41, extra);
+  EventComparator::Result result = EventComparator::Compare(expected, recorded, {});
+  ASSERT_EQ(result.differences.size(), 3u);
+  EXPECT_EQ(result.matched, 48u);  // the changed event is not a match
+  using Kind = EventComparator::Difference::Kind;
+  EXPECT_EQ(result.differences[0].kind, Kind::Missing);
+  EXPECT_EQ(result.differences[0].expected.text, "9");
+  EXPECT_EQ(result.differences[1].kind, Kind::Changed);
+  EXPECT_EQ(result.differences[1].recorded.value, 7);
+  EXPECT_EQ(result.differences[2].kind, Kind::Extra);
+  EXPECT_EQ(result.differences[2].recorded.text, "x");
+}
+
+TEST_F(SimulatorRegressionTest, DamagedRecordingsNameTheFileAndLine) {
+  const std::pair<const char*, const char*> cases[] = {
+      {"{\"t\":0,\"event\":\"log\"", "expected one JSON object per line, as --events writes them"},
+      {"[1]", "expected one JSON object per line, as --events writes them"},
+      {"{\"t\":-1,\"event\":\"node\",\"path\":\"p\",\"value\":\"1\"}",
+       "expected \"t\" (ms, 0 or more) and \"event\" (node, perf_lock_acquire, "
+       "perf_lock_release, log, counter or trace_section)"},
+      {"{\"t\":0,\"event\":\"trigger\"}",
+       "expected \"t\" (ms, 0 or more) and \"event\" (node, perf_lock_acquire, "
+       "perf_lock_release, log, counter or trace_section)"},
+      {"{\"t\":0,\"event\":\"node\",\"path\":\"p\",\"value\":1}",
+       "expected a node event with \"path\" and \"value\" (strings)"},
+      {"{\"t\":0,\"event\":\"perf_lock_acquire\",\"handle\":1,\"resources\":[4294967296]}",
+       "expected a perf_lock_acquire event with \"handle\" (integer) and \"resources\" (integers)"},
+      {"{\"t\":0,\"event\":\"counter\",\"name\":\"c\",\"value\":18446744073709551615}",
+       "expected a counter event with \"name\" (string) and \"value\" (integer)"},
+  };
+  for (const auto& [line, reason] : cases) {
+    std::vector<SimEvent> events;
+    std::string error;
+    EXPECT_FALSE(EventLog::Parse("e.jsonl", "\n" + std::string(line) + "\n", &events, &error));
+    EXPECT_EQ(error, std::string("e.jsonl:2: ") + reason);
+  }
+  Write("s.scn", kSession);
+  Write("bad.jsonl", "{\"t\":0,\"event\":\"perf_lock_release\",\"handle\":1}\n{\n");
+  Outcome bad = Sim("s.scn --expect bad.jsonl");
+  EXPECT_EQ(bad.status, 2);
+  EXPECT_EQ(bad.err,
+            "gorv-sim: bad.jsonl:2: expected one JSON object per line, as --events "
+            "writes them\n");
+  EXPECT_EQ(bad.out, "");
+  EXPECT_EQ(Sim("s.scn --expect none.jsonl").err,
+            "gorv-sim: none.jsonl: cannot open the events file (No such file or directory)\n");
+}
+
+TEST_F(SimulatorRegressionTest, TheSummaryAsJson) {
+  std::string frames;
+  for (int i = 0; i < 300; ++i) frames += std::to_string(i * 25000000LL) + "\n";
+  Write("frames.txt", frames);
+  Write("s.scn", std::string(kSession) + "frames 3000 frames.txt\ntrigger 4000 4221 x 30\n");
+  ASSERT_EQ(Sim("s.scn --summary-json -").status, 0);
+  nlohmann::json summary = nlohmann::json::parse(Read("out"));
+  EXPECT_EQ(summary.at("scenario"), "s.scn");
+  EXPECT_EQ(summary.at("session_ms"), 4000);
+  EXPECT_EQ(summary.at("target_changes"),
+            nlohmann::json::parse(R"([{"t":1600,"fps":60},{"t":4000,"fps":30}])"));
+  // The replay starts from no frames: the game falls behind until its
+  // 40 fps have filled a second.
+  EXPECT_EQ(summary.at("lock_spans"),
+            nlohmann::json::parse(R"([{"from":1000,"to":3200},{"from":4800,"to":5000}])"));
+  EXPECT_EQ(summary.at("lock_held_ms"), 2400);
+  EXPECT_EQ(summary.at("node_writes"), nlohmann::json::parse(R"({"fps":2,"target_pid":1})"));
+  EXPECT_EQ(summary.at("messages"), 1);
+  EXPECT_EQ(summary.at("triggers"), nlohmann::json::parse(R"([{"id":4097,"name":"start","count":1},
+      {"id":4098,"name":"stop","count":1},{"id":4221,"name":"fps-hint","count":1}])"));
+  EXPECT_EQ(
+      summary.at("replays"),
+      nlohmann::json::parse(R"([{"t":3000,"format":"frame times","frames":300,"layer":null}])"));
+}
+
+TEST_F(SimulatorRegressionTest, AFolderOfScenarios) {
+  Write("in/b.scn", kSession);
+  Write("in/a.scn", "property ro.vendor.perf.gorv true\nend 100\n");
+  Write("in/notes.txt", "not a scenario");
+  Outcome recorded = Sim("in --events rec/ --summary-json rec/");
+  EXPECT_EQ(recorded.status, 0) << recorded.err;
+  // Each scenario's timeline in name order, then the table.
+  EXPECT_LT(recorded.out.find("gorv-sim: in/a.scn"), recorded.out.find("gorv-sim: in/b.scn"));
+  EXPECT_NE(recorded.out.find("a         ok                          0          0.000  -\n"
+                              "b         ok                          1          4.000  -\n"
+                              "2 scenario(s), exit status 0\n"),
+            std::string::npos)
+      << recorded.out;
+  EXPECT_EQ(nlohmann::json::parse(Read("rec/b.summary.json")).at("lock_held_ms"), 4000);
+
+  // Checked against the recordings: a fails, c cannot be read; the worst
+  // status wins. Scenario b ran in a fresh process: the property set by a
+  // does not carry over (no "Initialized" line).
+  Write("rec/a.jsonl", "");
+  Write("in/c.scn", "fps soon 60\n");
+  Outcome checked = Sim("in --expect rec");
+  EXPECT_EQ(checked.status, 2);
+  EXPECT_EQ(checked.out.substr(checked.out.find("\nscenario")),
+            "\nscenario  status         target changes  lock held (s)  check\n"
+            "a         ok                          0          0.000  fail\n"
+            "b         ok                          1          4.000  pass\n"
+            "c         bad input                   -              -  -\n"
+            "3 scenario(s), exit status 2\n");
+  EXPECT_EQ(Sim("in/a.scn in/b.scn --expect rec/ --ignore log").status, 0);
+
+  // The plug-in ending a run ranks worst; the next scenario still runs.
+  Write("abort.scn",
+        "property ro.vendor.perf.gorv true\napp g 2 7\nfps 0 60\ntrigger 0 4097 g\n"
+        "trigger 300 4098 g\ntrigger 2200000000 4097 g\n");
+  Outcome ended = Sim("abort.scn in/c.scn in/a.scn");
+  EXPECT_EQ(ended.status, 3);
+  EXPECT_NE(ended.out.find("abort     plug-in ended               0          0.500  -\n"
+                           "c         bad input                   -              -  -\n"
+                           "a         ok                          0          0.000  -\n"
+                           "3 scenario(s), exit status 3\n"),
+            std::string::npos)
+      << ended.out;
+  EXPECT_EQ(Sim("in/a.scn in/b.scn --events x.jsonl").err,
+            "gorv-sim: with several scenarios, --events needs a folder\n");
+}
+
+}  // namespace

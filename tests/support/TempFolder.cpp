@@ -1,0 +1,30 @@
+#include "tests/support/TempFolder.h"
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+
+TempFolder::TempFolder() {
+  std::string pattern = (std::filesystem::temp_directory_path() / "gorv-test-XXXXXX").string();
+  if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
+  mPath = pattern;
+}
+
+TempFolder::~TempFolder() {
+  std::error_code ignored;
+  std::filesystem::remove_all(mPath, ignored);
+}
+
+std::string TempFolder::Write(const std::string& name, const std::string& text) const {
+  std::filesystem::path path = std::filesystem::path(mPath) / name;
+  std::filesystem::create_directories(path.parent_path());
+  std::ofstream(path, std::ios::binary) << text;
+  return path.string();
+}
+
+std::string TempFolder::Read(const std::string& name) const {
+  std::ifstream in(std::filesystem::path(mPath) / name, std::ios::binary);
+  return {std::istreambuf_iterator<char>(in), {}};
+}
