@@ -14,7 +14,7 @@ Json Replays(const Scenario& scenario) {
     replays.push_back({{"t", change.atMs},
                        {"format", timeline.format()},
                        {"frames", timeline.frames().size()},
-                       {"layer", Json()}});
+                       {"layer", timeline.layer().empty() ? Json() : Json(timeline.layer())}});
   }
   return replays;
 }

@@ -6,7 +6,8 @@
 //    "lock_held_ms", "node_writes": {"fps": N, ...}, "messages",
 //    "triggers": [{"id", "name", "count"}...] (by id, in id order),
 //    "replays": [{"t", "format", "frames", "layer"}...] (one per recorded
-//    frame timeline the scenario plays; "layer" null when unknown)}
+//    frame timeline the scenario plays; "layer" the Perfetto trace's layer,
+//    null for the text formats)}
 // Times in ms of virtual time. A sink adding up the figures as events come:
 // what it keeps grows with the target changes and lock spans (16 bytes
 // each), not with the run's other events. Single-threaded.

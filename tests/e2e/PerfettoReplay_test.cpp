@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <fstream>
 #include <limits>
+#include <nlohmann/json.hpp>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -18,6 +19,7 @@
 #include "sim/ChromeTraceWriter.h"
 #include "sim/ScenarioParser.h"
 #include "sim/Simulator.h"
+#include "sim/SummaryJsonWriter.h"
 #include "sim/SvgPlotWriter.h"
 #include "sim/TimelinePrinter.h"
 
@@ -202,6 +204,14 @@ TEST_F(PerfettoReplayTest, TheReportsMarkTheJankyFrames) {
   EXPECT_EQ(count(plot.str(), "stroke=\"#d62728\" stroke-width=\"1.5\""), 2u);
   EXPECT_EQ(count(plot.str(), "janky frame (per the trace)"), 1u);
   EXPECT_EQ(count(trace.str(), "\"name\": \"janky frame\""), 2u);
+
+  std::ostringstream summary;
+  SummaryJsonWriter json(scenario, summary);
+  result.Replay(json);
+  EXPECT_EQ(
+      nlohmann::json::parse(summary.str()).at("replays"),
+      nlohmann::json::parse(
+          R"([{"t":1000,"format":"Perfetto FrameTimeline","frames":3,"layer":"TX - game#1"}])"));
 }
 
 }  // namespace

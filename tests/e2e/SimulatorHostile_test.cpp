@@ -116,13 +116,14 @@ TEST_F(SimulatorHostileTest, NumbersAtTheirLimits) {
 
 TEST_F(SimulatorHostileTest, BytesAndFilesThatAreNotScenarios) {
   mkfifo((dir + "/fifo").c_str(), 0600);
+  std::filesystem::create_directory(dir + "/empty");
   const std::pair<std::string, std::string> refused[] = {
       {Write("nul.scn", std::string("fps 0 60\nend 5\0junk\n", 21)),
        "nul.scn:2: a NUL byte: this is not a text file"},
       {Write("utf.scn", "ignore \xC3\x28\n"), "utf.scn:1: bytes that are not UTF-8 text"},
       {Write("esc.scn", "\n\nignore \x1B[2J\n"),
        "esc.scn:3: control character 0x1B (only tabs are allowed)"},
-      {dir, ": the scenario is a folder, not a regular file"},
+      {dir + "/empty", "/empty: no *.scn scenarios in it"},
       {dir + "/fifo", "/fifo: the scenario is a FIFO, not a regular file"},
       {"/dev/zero", "/dev/zero: the scenario is a device, not a regular file"},
       {dir + "/none", "/none: cannot open the scenario (No such file or directory)"},
