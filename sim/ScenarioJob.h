@@ -40,6 +40,6 @@ class ScenarioJob {
   // `scenarioPath` "" runs the built-in scenario. The human timeline goes to
   // standard output unless an output or the check (whose report goes there,
   // or to standard error when an output holds standard output) takes it.
-  static Outcome Run(const std::string& scenarioPath, const Outputs& outputs,
+  static Outcome Run(const std::string& scenarioPath, const Outputs& paths,
                      const Settings& settings);
 };
