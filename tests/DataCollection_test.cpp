@@ -219,29 +219,4 @@ TEST_F(DataCollectionTest, MetersBuiltFromTheDescriptionsAndAnUnconfiguredFpsMet
   EXPECT_EQ(meter().mFps.load(), 0.0f);
 }
 
-TEST_F(DataCollectionTest, TheTraceMarkerNeedsTracingAndTheAlwaysTag) {
-  auto sections = [] {
-    Lines names;
-    for (const gorv::HostEvent& event : env().TraceEvents()) {
-      names.push_back(event.kind == gorv::HostEvent::Kind::TraceBegin ? event.name : "end");
-    }
-    return names;
-  };
-  FpsMeter fps("Fps", 60.0f);
-  Deliver({&fps});
-  EXPECT_TRUE(sections().empty());
-
-  Make("true", "1");
-  EXPECT_FALSE(Deliver({}));
-  Deliver({&fps});
-  meter().mMeterRequests.at("Fps") = true;
-  Deliver({&fps});
-  EXPECT_EQ(sections(), (Lines{"Meters finished, fps = 0.000000 \n", "end",
-                               "Meters finished, fps = 60.000000 \n", "end"}));
-  env().ClearEvents();
-  env().SetTraceAlwaysTagEnabled(false);
-  Deliver({&fps});
-  EXPECT_TRUE(sections().empty());
-}
-
 }  // namespace

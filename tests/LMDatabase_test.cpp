@@ -174,27 +174,6 @@ class LMDatabaseTest : public ::testing::Test {
   std::string path;
 };
 
-TEST_F(LMDatabaseTest, NamesAndPaths) {
-  LogCapture logs;
-  {
-    LMDatabase<AppState> memory("apps", dir, "");
-    ASSERT_EQ(memory.LMDatabaseInit(), 0);
-    EXPECT_STREQ(sqlite3_db_filename(memory.connection(), "main"), "");
-    EXPECT_EQ(One(memory.connection(), "PRAGMA journal_mode"), "memory");
-  }
-  EXPECT_TRUE(std::filesystem::is_empty(dir));
-
-  {
-    LMDatabase<AppState> joined("apps", dir, "y.db");
-    ASSERT_EQ(joined.LMDatabaseInit(), 0);
-    LMDatabase<AppState> unjoined("apps", dir + "sub", "y.db");  // no separator is added
-    ASSERT_EQ(unjoined.LMDatabaseInit(), 0);
-  }
-  EXPECT_TRUE(std::filesystem::exists(dir + "y.db"));
-  EXPECT_TRUE(std::filesystem::exists(dir + "suby.db"));
-  EXPECT_EQ(logs.Messages(), Lines{});
-}
-
 TEST_F(LMDatabaseTest, AFlushRunsOneTransactionWithTheTableStatements) {
   StatementTrace trace;
   LMDatabase<AppState> db("apps", dir, "apps.db");
@@ -246,20 +225,18 @@ TEST_F(LMDatabaseTest, RowIdsAreNarrowedAndSkippedParametersKeepTheirLastBinding
 
 TEST_F(LMDatabaseTest, WhereClauses) {
   LMDatabase<AppState> db("apps", dir, "");
-  auto clause = [&db](int32_t intcol1, std::string appName, std::string rsvdName) {
-    LMDBDataRowKey key{intcol1, std::move(appName), std::move(rsvdName)};
+  std::pair<LMDBDataRowKey, const char*> clauses[] = {
+      {{3, "a.b", ""}, "WHERE (appName,intcol1) = ('a.b',3) "},
+      {{2147483647, "x", "y"}, "WHERE (appName,rsvdName) = ('x','y') "},
+      {{0, "", ""}, "WHERE (intcol1) = (0) "},
+      {{-4, "", "r"}, "WHERE (rsvdName,intcol1) = ('r',-4) "},
+      {{2147483647, "", ""}, ""},
+      {{2147483647, "it's", ""}, "WHERE (appName) = ('it's') "}};
+  for (auto& [key, clause] : clauses) {
     std::string query = "SELECT * FROM apps ";
     db.build_query_for_where_clause(key, query);
-    return query;
-  };
-  EXPECT_EQ(clause(3, "a.b", ""), "SELECT * FROM apps WHERE (appName,intcol1) = ('a.b',3) ");
-  EXPECT_EQ(clause(2147483647, "x", "y"),
-            "SELECT * FROM apps WHERE (appName,rsvdName) = ('x','y') ");
-  EXPECT_EQ(clause(0, "", ""), "SELECT * FROM apps WHERE (intcol1) = (0) ");
-  EXPECT_EQ(clause(-4, "", "r"), "SELECT * FROM apps WHERE (rsvdName,intcol1) = ('r',-4) ");
-  EXPECT_EQ(clause(2147483647, "", ""), "SELECT * FROM apps ");
-  EXPECT_EQ(clause(2147483647, "it's", ""), "SELECT * FROM apps WHERE (appName) = ('it's') ");
-
+    EXPECT_EQ(query, std::string("SELECT * FROM apps ") + clause);
+  }
   char dst[4] = {};
   const char src[10] = "abcdefghi";
   EXPECT_EQ(LMDatabase<AppState>::LMDB_memscpy(dst, 4, src, 10), 4u);
@@ -285,20 +262,28 @@ TEST_F(LMDatabaseTest, DestructionFlushesAndReportsRowsQueuedDuringThatFlush) {
   EXPECT_EQ(Ask(path, kAllRows), "1|1|queued.before|NULL|4");
 }
 
-TEST_F(LMDatabaseTest, FilesThatCannotBeUsed) {
+TEST_F(LMDatabaseTest, NamesPathsAndFilesThatCannotBeUsed) {
   LogCapture logs;
+  {
+    LMDatabase<AppState> memory("apps", dir, "");
+    ASSERT_EQ(memory.LMDatabaseInit(), 0);
+    EXPECT_EQ(One(memory.connection(), "PRAGMA journal_mode"), "memory");
+  }
+  EXPECT_TRUE(std::filesystem::is_empty(dir));
+  LMDatabase<AppState> unjoined("apps", dir + "sub", "y.db");  // no separator is added
+  ASSERT_EQ(unjoined.LMDatabaseInit(), 0);
+  EXPECT_TRUE(std::filesystem::exists(dir + "suby.db"));
+
   LMDatabase<AppState> unopenable("apps", dir + "missing/", "apps.db");
   EXPECT_EQ(unopenable.LMDatabaseInit(), -1);
-  EXPECT_EQ(logs.Messages(), Lines{"LMDB: openLMdb() N: ERROR:Db=" + dir +
-                                   "missing/apps.db sql open failed, err=14\n"});
-
-  logs.Clear();
   std::ofstream(dir + "text.db") << std::string(4096, 'x');
   LMDatabase<AppState> notADatabase("apps", dir, "text.db");
   EXPECT_EQ(notADatabase.LMDatabaseInit(), -1);
-  EXPECT_EQ(logs.Messages(),
-            (Lines{"openLMdb() N: sql:ERROR:Dbt=" + dir + "text.db info=file is not a database\n",
-                   "createLMdbTables() N: ERROR:Dbt=apps info=file is not a database\n"}));
+  EXPECT_EQ(
+      logs.Messages(),
+      (Lines{"LMDB: openLMdb() N: ERROR:Db=" + dir + "missing/apps.db sql open failed, err=14\n",
+             "openLMdb() N: sql:ERROR:Dbt=" + dir + "text.db info=file is not a database\n",
+             "createLMdbTables() N: ERROR:Dbt=apps info=file is not a database\n"}));
 }
 
 TEST_F(LMDatabaseTest, AFailedWriteLosesTheFlushWholeAndTheNextOneLands) {

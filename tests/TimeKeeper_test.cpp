@@ -31,24 +31,21 @@ TimeKeeper Timer(int period, int delay, IntervalCallback hook = {}) {
 }
 
 TEST(TimeKeeperTest, ArmsAfterTheDelayAndFiresOnThePeriodDroppingTheOvershoot) {
-  TimeKeeper everyFourth = Timer(400, 400);
-  EXPECT_EQ(Firings(everyFourth, 100, 12), "000100010001");
-
-  // Armed at 1200 (the first call past the delay), then every 600 ms of
-  // accumulated time, counted from 0 after each firing.
-  TimeKeeper delayed = Timer(400, 1000);
-  EXPECT_EQ(Firings(delayed, 300, 8), "00010101");
-
-  TimeKeeper overshoot = Timer(100, 0);
-  EXPECT_TRUE(overshoot.shouldTrigger(250));
-  EXPECT_EQ(overshoot.mElapsed, 0);
-
-  TimeKeeper always = Timer(0, 0);
-  EXPECT_EQ(Firings(always, 0, 3), "111");
-
-  everyFourth.reset();
-  EXPECT_FALSE(everyFourth.mArmed);
-  EXPECT_EQ(Firings(everyFourth, 100, 4), "0001");
+  // Armed on the first call past the delay, then firing every period of
+  // accumulated time counted from 0 after each firing.
+  struct Case {
+    int period, delay, step, calls;
+    const char* fired;
+  };
+  for (const Case& c :
+       {Case{400, 400, 100, 12, "000100010001"}, Case{400, 1000, 300, 8, "00010101"},
+        Case{0, 0, 0, 3, "111"}, Case{100, 0, 250, 1, "1"}}) {
+    TimeKeeper keeper = Timer(c.period, c.delay);
+    EXPECT_EQ(Firings(keeper, c.step, c.calls), c.fired) << c.period << "/" << c.delay;
+    EXPECT_EQ(keeper.mElapsed, 0);
+    keeper.reset();
+    EXPECT_EQ(Firings(keeper, c.step, c.calls), c.fired) << "after reset";
+  }
   EXPECT_EQ(TimeKeeper::NAStr, "NA");
 }
 
