@@ -16,6 +16,7 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <map>
 #include <memory>
 #include <random>
 #include <string>
@@ -29,54 +30,26 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
-// A VFS over the default one whose files fail their writes with gWriteFault
-// while it is not SQLITE_OK. Each file wraps one of the default VFS.
+// The default VFS, except that its files fail their writes with gWriteFault
+// while it is not SQLITE_OK: each kind of file gets a copy of its methods
+// with the write replaced (one write function serves every kind).
 std::atomic<int> gWriteFault{SQLITE_OK};
 sqlite3_vfs* gRealVfs = nullptr;
-
-struct FaultFile {
-  sqlite3_file base;
-  sqlite3_file* real;
-};
-
-template <auto kMethod, typename... Args>
-auto Forward(sqlite3_file* file, Args... args) {
-  sqlite3_file* real = reinterpret_cast<FaultFile*>(file)->real;
-  return (real->pMethods->*kMethod)(real, args...);
-}
+int (*gRealWrite)(sqlite3_file*, const void*, int, sqlite3_int64) = nullptr;
 
 int FaultWrite(sqlite3_file* file, const void* data, int size, sqlite3_int64 offset) {
   int fault = gWriteFault.load();
-  if (fault != SQLITE_OK) return fault;
-  return Forward<&sqlite3_io_methods::xWrite>(file, data, size, offset);
+  return fault != SQLITE_OK ? fault : gRealWrite(file, data, size, offset);
 }
 
-using M = sqlite3_io_methods;
-const sqlite3_io_methods kFaultMethods = {2,
-                                          Forward<&M::xClose>,
-                                          Forward<&M::xRead>,
-                                          FaultWrite,
-                                          Forward<&M::xTruncate>,
-                                          Forward<&M::xSync>,
-                                          Forward<&M::xFileSize>,
-                                          Forward<&M::xLock>,
-                                          Forward<&M::xUnlock>,
-                                          Forward<&M::xCheckReservedLock>,
-                                          Forward<&M::xFileControl>,
-                                          Forward<&M::xSectorSize>,
-                                          Forward<&M::xDeviceCharacteristics>,
-                                          Forward<&M::xShmMap>,
-                                          Forward<&M::xShmLock>,
-                                          Forward<&M::xShmBarrier>,
-                                          Forward<&M::xShmUnmap>,
-                                          nullptr,
-                                          nullptr};
-
 int FaultOpen(sqlite3_vfs*, const char* name, sqlite3_file* file, int flags, int* outFlags) {
-  auto* fault = reinterpret_cast<FaultFile*>(file);
-  fault->real = reinterpret_cast<sqlite3_file*>(fault + 1);
-  int rc = gRealVfs->xOpen(gRealVfs, name, fault->real, flags, outFlags);
-  fault->base.pMethods = fault->real->pMethods != nullptr ? &kFaultMethods : nullptr;
+  static std::map<const sqlite3_io_methods*, sqlite3_io_methods> copies;  // opened on one thread
+  int rc = gRealVfs->xOpen(gRealVfs, name, file, flags, outFlags);
+  if (file->pMethods == nullptr) return rc;
+  gRealWrite = file->pMethods->xWrite;
+  sqlite3_io_methods& copy = copies.try_emplace(file->pMethods, *file->pMethods).first->second;
+  copy.xWrite = FaultWrite;
+  file->pMethods = &copy;
   return rc;
 }
 
@@ -85,7 +58,6 @@ sqlite3_vfs* FaultVfs() {
     gRealVfs = sqlite3_vfs_find(nullptr);
     sqlite3_vfs copy = *gRealVfs;
     copy.iVersion = 1;  // no syscall overrides
-    copy.szOsFile = static_cast<int>(sizeof(FaultFile)) + gRealVfs->szOsFile;
     copy.zName = "fault";
     copy.xOpen = FaultOpen;
     return copy;
