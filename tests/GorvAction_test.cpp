@@ -169,14 +169,4 @@ TEST_F(GorvActionTest, AnalyseProfilesAveragesTheQueueAndAppliesTheRule) {
   EXPECT_FLOAT_EQ(action().mGameFps, 60.0f);
 }
 
-TEST_F(GorvActionTest, AnActionWithoutComponentsIsInert) {
-  Make("false");
-  GorvAction inert(*feature);
-  EXPECT_EQ(inert.mDataManager, nullptr);
-  inert.UpdateFPSData(60.0f);
-  inert.analyseProfiles(nullptr);
-  EXPECT_TRUE(inert.mFPSList.empty());
-  EXPECT_TRUE(env().Events().empty());
-}
-
 }  // namespace

@@ -94,29 +94,6 @@ TEST_F(GorvFeatureTest, AThrowingTaskSkipsTheRestOfTheRoundResetsAndLogs) {
                    "bad_function_call\n"}));
 }
 
-TEST_F(GorvFeatureTest, ResetParamsLeavesTheTimersRunning) {
-  feature->mGameActive = true;
-  Round(200);
-  feature->resetParams();
-  std::vector<int32_t> state;
-  for (const TimeKeeper& keeper : timers()) state.push_back(keeper.mElapsed * 10 + keeper.mArmed);
-  EXPECT_EQ(state, (std::vector<int32_t>{1, 1, 2000}));  // fired, fired, 200 ms towards 400
-}
-
-TEST_F(GorvFeatureTest, NodeWriterWritesDecimalTextOrReportsTheOpenFailure) {
-  std::string fps = GorvFeature::kFpsNode;
-  EXPECT_EQ(feature->updateSysNodes(fps, 60), 0);
-  EXPECT_EQ(sysfs.Read(fps), "60");
-  EXPECT_EQ(feature->updateSysNodes(fps, -1), 0);
-  EXPECT_EQ(sysfs.Read(fps), "-1");
-
-  LogCapture logs;
-  std::string missing = "/sys/kernel/no_such_module/parameters/fps";
-  EXPECT_EQ(feature->updateSysNodes(missing, 60), -1);
-  EXPECT_EQ(logs.Messages(), Lines{"GORV_FEATURE: updateSysNodes() N: Unable to open "
-                                   "/sys/kernel/no_such_module/parameters/fps file"});
-}
-
 TEST_F(GorvFeatureTest, HooksAnswerThemselvesAndAFailedNodeWriteStillCounts) {
   Feature& base = *feature;
   int32_t first = 7;
