@@ -85,6 +85,27 @@ TEST(HostFrameworkTest, SteppedOrderAtOneInstantIsActionsTriggersMetersThenTheRo
                         "meters@200 1", "round@200", "meters@400 1", "meters@400 1", "round@400"}));
 }
 
+TEST(HostFrameworkTest, RoundsFollowTheIntervalAndOnlyAnEnabledFeatureGetsThem) {
+  gorv::HostEnv::Get().Reset();
+  Lines log;
+  SteppedRunner runner;
+  auto* feature = new ProbeFeature(log);
+  runner.Adopt(feature);
+  runner.ScheduleTrigger(0, Payload(1));
+  // The round after the next uses a new interval.
+  runner.ScheduleAction(300, [feature] { feature->periodicInterval = 50; });
+  runner.ScheduleAction(480, [feature] { feature->periodicEnabled = false; });
+  runner.ScheduleAction(490, [feature] { feature->periodicActive = false; });
+  runner.ScheduleAction(600, [feature] { feature->periodicActive = true; });
+  runner.ScheduleTrigger(600, Payload(1));
+  runner.RunUntil(1000);
+  Lines rounds;
+  for (const std::string& line : log) {
+    if (line.rfind("round", 0) == 0) rounds.push_back(line);
+  }
+  EXPECT_EQ(rounds, (Lines{"round@200", "round@400", "round@450"}));
+}
+
 TEST(HostFrameworkTest, ProcessesAreFoundByTheFirstArgumentOfTheirCommandLine) {
   std::filesystem::path proc =
       std::filesystem::temp_directory_path() / ("gorv-proc-" + std::to_string(getpid()));
