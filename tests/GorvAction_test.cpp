@@ -169,4 +169,13 @@ TEST_F(GorvActionTest, AnalyseProfilesAveragesTheQueueAndAppliesTheRule) {
   EXPECT_FLOAT_EQ(action().mGameFps, 60.0f);
 }
 
+TEST_F(GorvActionTest, AnActionWithoutComponentsIsInert) {
+  Make("false");
+  GorvAction inert(*feature);
+  inert.UpdateFPSData(60.0f);
+  inert.analyseProfiles(nullptr);
+  EXPECT_TRUE(inert.mFPSList.empty());
+  EXPECT_TRUE(env().Events().empty());
+}
+
 }  // namespace

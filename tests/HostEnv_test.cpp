@@ -5,6 +5,7 @@
 #include <android-base/properties.h>
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <set>
 #include <string>
 #include <thread>
@@ -84,6 +85,20 @@ TEST(HostEnvTest, NodesAreTruncatedAndAMissingDirectoryIsNotReported) {
   sysfs.RemoveNodeDirectory();
   EXPECT_EQ(env().WriteNode(kFpsNode, "60", 2), gorv::NodeFile::Outcome::kUnopened);
   EXPECT_EQ(env().NodeWrites().size(), 2u);
+  sysfs.CreateNodeDirectory();
+  env().SetRecordEvents(false);
+  env().WriteNode(kFpsNode, "1", 1);
+  Acquire();
+  EXPECT_EQ(env().Events().size(), 2u);
+  // Reset takes the root from the environment (the test runs alone on its
+  // thread).
+  // NOLINTNEXTLINE(concurrency-mt-unsafe)
+  ASSERT_EQ(setenv("GORV_SYSFS_ROOT", "/tmp/gorv-root", 1), 0);
+  env().Reset();
+  EXPECT_EQ(env().SysfsRoot(), "/tmp/gorv-root");
+  // NOLINTNEXTLINE(concurrency-mt-unsafe)
+  ASSERT_EQ(unsetenv("GORV_SYSFS_ROOT"), 0);
+  env().Reset();
 }
 
 }  // namespace

@@ -46,7 +46,10 @@ class ProbeFeature : public Feature {
     periodicEnabled = true;
     periodicActive = true;
   }
-  ~ProbeFeature() override { delete metaMeter; }
+  ~ProbeFeature() override {
+    delete metaMeter;
+    mLog.push_back("destroyed");
+  }
   void runAsync(AsyncTriggerPayload payload) override {
     mLog.push_back("trigger " + std::to_string(payload.triggerId) + Now());
     metaMeter->handleAsync(payload);
@@ -104,6 +107,12 @@ TEST(HostFrameworkTest, RoundsFollowTheIntervalAndOnlyAnEnabledFeatureGetsThem) 
     if (line.rfind("round", 0) == 0) rounds.push_back(line);
   }
   EXPECT_EQ(rounds, (Lines{"round@200", "round@400", "round@450"}));
+
+  // Destroying the feature drops the meter runs under way.
+  runner.TriggerNow(Payload(1));
+  runner.DestroyFeature();
+  runner.RunUntil(2000);
+  EXPECT_EQ(log.back(), "destroyed");
 }
 
 TEST(HostFrameworkTest, ProcessesAreFoundByTheFirstArgumentOfTheirCommandLine) {
