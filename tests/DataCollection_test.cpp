@@ -219,4 +219,15 @@ TEST_F(DataCollectionTest, MetersBuiltFromTheDescriptionsAndAnUnconfiguredFpsMet
   EXPECT_EQ(meter().mFps.load(), 0.0f);
 }
 
+// Its text is pinned by the simulator's traces.
+TEST_F(DataCollectionTest, TheMarkerIsASectionThatEnds) {
+  Make("true", "1");
+  FpsMeter fps("Fps", 60.0f);
+  Deliver({&fps});
+  std::vector<gorv::HostEvent::Kind> kinds;
+  for (const gorv::HostEvent& event : env().TraceEvents()) kinds.push_back(event.kind);
+  EXPECT_EQ(kinds,
+            (std::vector{gorv::HostEvent::Kind::TraceBegin, gorv::HostEvent::Kind::TraceEnd}));
+}
+
 }  // namespace

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "framework/MetaMeter.h"
+#include "host/framework/HostLocator.h"
 #include "host/framework/HostProcesses.h"
 #include "host/framework/PluginLoader.h"
 #include "host/framework/SteppedRunner.h"
@@ -113,6 +114,15 @@ TEST(HostFrameworkTest, RoundsFollowTheIntervalAndOnlyAnEnabledFeatureGetsThem) 
   runner.DestroyFeature();
   runner.RunUntil(2000);
   EXPECT_EQ(log.back(), "destroyed");
+}
+
+TEST(HostFrameworkTest, TheClassifierAnswersUnderItsOwnKeyOnly) {
+  HostLocator::Get().Clear();
+  std::string game = "com.example.game";
+  HostLocator::Get().SetClass(game, 2);
+  featureData out;
+  for (std::string key : {"AppClassifier", "Other"}) HostLocator::Get().getData(key, game, out, 0);
+  EXPECT_EQ(out.value, 0);
 }
 
 TEST(HostFrameworkTest, ProcessesAreFoundByTheFirstArgumentOfTheirCommandLine) {
