@@ -17,6 +17,7 @@
 
 #include "sim/PrivateSysfs.h"
 #include "sim/RunChannel.h"
+#include "sim/SystemError.h"
 #include "sim/TextEscape.h"
 
 namespace {
@@ -75,7 +76,7 @@ class ChannelSink : public RunSink {
   int mFd;
 };
 
-[[noreturn]] void RunChild(const Scenario& scenario, Simulator::Options options,
+[[noreturn]] void RunChild(const Scenario& scenario, const Simulator::Options& options,
                            PrivateSysfs& sysfs, int channel) {
   signal(SIGINT, SIG_IGN);
   signal(SIGTERM, SIG_IGN);
@@ -95,7 +96,7 @@ class ChannelSink : public RunSink {
 }
 
 std::string SignalName(int signal) {
-  const char* description = strsignal(signal);
+  const char* description = sigdescr_np(signal);  // strsignal is not thread-safe
   std::string name = sigabbrev_np(signal) != nullptr ? std::string("SIG") + sigabbrev_np(signal)
                                                      : "signal " + std::to_string(signal);
   return name + (description != nullptr ? " (" + std::string(description) + ")" : "");
@@ -198,14 +199,18 @@ ChildRun::Result Parent::Finish(int status) {
 }
 
 ChildRun::Result Parent::Run(const std::function<bool()>& abandon) {
+  // An anonymous mapping takes no file: its descriptor is -1 by definition.
+  // cppcheck-suppress invalidFunctionArg
   void* shared = mmap(nullptr, sizeof(std::atomic<int64_t>), PROT_READ | PROT_WRITE,
                       MAP_SHARED | MAP_ANONYMOUS, -1, 0);
   int channel[2], signals[2];
   if (shared == MAP_FAILED || pipe2(channel, O_CLOEXEC) != 0) {
-    return {ChildRun::Outcome::Failed, std::string("cannot start the run: ") + strerror(errno), 0};
+    return {ChildRun::Outcome::Failed,
+            std::string("cannot start the run: ") + SystemError::Text(errno), 0};
   }
   if (pipe2(signals, O_CLOEXEC | O_NONBLOCK) != 0) {
-    return {ChildRun::Outcome::Failed, std::string("cannot start the run: ") + strerror(errno), 0};
+    return {ChildRun::Outcome::Failed,
+            std::string("cannot start the run: ") + SystemError::Text(errno), 0};
   }
   mClock = new (shared) std::atomic<int64_t>(0);
   mOptions.clockMs = mClock;

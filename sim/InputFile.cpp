@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "sim/SystemError.h"
 #include "sim/TextEscape.h"
 
 namespace {
@@ -54,7 +55,7 @@ bool InputFile::Read(const std::string& path, const std::string& what, size_t ma
   Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
   struct stat status {};
   if (file.get() < 0 || fstat(file.get(), &status) != 0) {
-    *error = name + ": cannot open the " + what + " (" + std::strerror(errno) + ")";
+    *error = name + ": cannot open the " + what + " (" + SystemError::Text(errno) + ")";
     return false;
   }
   if (const char* kind = KindOf(status.st_mode)) {
@@ -73,7 +74,7 @@ bool InputFile::Read(const std::string& path, const std::string& what, size_t ma
     if (got == 0) return true;
     if (got < 0 && errno == EINTR) continue;
     if (got < 0) {
-      *error = name + ": cannot read the " + what + " (" + std::strerror(errno) + ")";
+      *error = name + ": cannot read the " + what + " (" + SystemError::Text(errno) + ")";
       return false;
     }
     if (bytes->size() + static_cast<size_t>(got) > maxBytes) {  // the file grew meanwhile

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "sim/SystemError.h"
 #include "sim/TextEscape.h"
 
 namespace {
@@ -60,7 +61,7 @@ std::unique_ptr<OutputFile> OutputFile::Open(const std::string& path, std::strin
   int fd = path == "-" ? STDOUT_FILENO
                        : open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
   if (fd < 0) {
-    *error = "cannot write " + NameOf(path) + ": " + std::strerror(errno);
+    *error = "cannot write " + NameOf(path) + ": " + SystemError::Text(errno);
     return nullptr;
   }
   return std::unique_ptr<OutputFile>(new OutputFile(path, fd));
@@ -81,6 +82,6 @@ bool OutputFile::Close(std::string* error) {
   int failure = mBuffer.failure();
   if (mBuffer.fd() != STDOUT_FILENO && close(mBuffer.fd()) != 0 && failure == 0) failure = errno;
   if (failure == 0) return true;
-  *error = "cannot write " + NameOf(mPath) + ": " + std::strerror(failure);
+  *error = "cannot write " + NameOf(mPath) + ": " + SystemError::Text(failure);
   return false;
 }

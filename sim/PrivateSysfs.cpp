@@ -7,6 +7,7 @@
 #include <cstring>
 #include <filesystem>
 
+#include "sim/SystemError.h"
 #include "sim/TextEscape.h"
 
 std::unique_ptr<PrivateSysfs> PrivateSysfs::Make(std::string* error) {
@@ -18,7 +19,7 @@ std::unique_ptr<PrivateSysfs> PrivateSysfs::Make(std::string* error) {
   if (ignored || absolute.empty() || mkdtemp(pattern.data()) == nullptr) {
     int reason = ignored ? ignored.value() : errno;
     *error = "cannot make a private folder under " + TextEscape::Terminal(base) + " (" +
-             std::strerror(reason) + "); set TMPDIR to a writable folder";
+             SystemError::Text(reason) + "); set TMPDIR to a writable folder";
     return nullptr;
   }
   std::unique_ptr<PrivateSysfs> sysfs(new PrivateSysfs(pattern));

@@ -195,8 +195,8 @@ class DirectiveParser {
   }
 
   std::string Trigger(LineReader& reader) {
-    const std::string usage = "expected 'trigger T ID COMPONENT [VALUE]' with " + kTimeRange +
-                              ", ID and VALUE integers from -2147483648 to 2147483647";
+    std::string usage = "expected 'trigger T ID COMPONENT [VALUE]' with " + kTimeRange +
+                        ", ID and VALUE integers from -2147483648 to 2147483647";
     int64_t at;
     std::string id, component, value;
     long long idValue, triggerValue = 0;

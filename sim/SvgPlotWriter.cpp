@@ -46,7 +46,8 @@ class Frame {
     mMaxFps = std::ceil(mMaxFps / mFpsStep) * mFpsStep;
   }
   double X(int64_t ms) const {
-    return kLeft + (kRight - kLeft) * std::clamp(static_cast<double>(ms) / mEndMs, 0.0, 1.0);
+    return kLeft + (kRight - kLeft) *
+                       std::clamp(static_cast<double>(ms) / static_cast<double>(mEndMs), 0.0, 1.0);
   }
   double Y(double fps) const {
     double clamped = std::isfinite(fps) ? std::clamp(fps, 0.0, mMaxFps) : 0.0;

@@ -4,7 +4,7 @@
 
 #include "sim/TextEscape.h"
 
-TextLines::TextLines(std::string name, std::string_view text)
+TextLines::TextLines(const std::string& name, std::string_view text)
     : mName(TextEscape::Terminal(name)), mText(text) {
   if (mText.substr(0, 3) == "\xEF\xBB\xBF") mPos = 3;
 }

@@ -11,7 +11,7 @@
 class TextLines {
  public:
   // `text` must outlive the reader; `name` is used in errors.
-  TextLines(std::string name, std::string_view text);
+  TextLines(const std::string& name, std::string_view text);
 
   // The next line, without its end. False at the end of the text, or at a
   // bad line (then error() says why).

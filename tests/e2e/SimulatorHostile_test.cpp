@@ -118,7 +118,7 @@ TEST_F(SimulatorHostileTest, BytesAndFilesThatAreNotScenarios) {
   mkfifo((dir + "/fifo").c_str(), 0600);
   std::filesystem::create_directory(dir + "/empty");
   const std::pair<std::string, std::string> refused[] = {
-      {Write("nul.scn", std::string("fps 0 60\nend 5\0junk\n", 21)),
+      {Write("nul.scn", std::string("fps 0 60\nend 5") + '\0' + "junk\n"),
        "nul.scn:2: a NUL byte: this is not a text file"},
       {Write("utf.scn", "ignore \xC3\x28\n"), "utf.scn:1: bytes that are not UTF-8 text"},
       {Write("esc.scn", "\n\nignore \x1B[2J\n"),
