@@ -3,7 +3,6 @@
 // packets, broken bytes), the layer choice, the errors, and the janky
 // frames in the reports.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 #include <zlib.h>
 
 #include <cstdlib>
@@ -22,6 +21,7 @@
 #include "sim/SummaryJsonWriter.h"
 #include "sim/SvgPlotWriter.h"
 #include "sim/TimelinePrinter.h"
+#include "tests/support/TempFolder.h"
 
 namespace {
 
@@ -65,9 +65,6 @@ std::string Deflate(const std::string& bytes) {
 class PerfettoReplayTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    std::string pattern = (std::filesystem::temp_directory_path() / "gorv-pftest-XXXXXX").string();
-    ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-    dir = pattern;
     // The game's layer: frames ending at 250 ms (janky), 300 and, from the
     // compressed packets, 600 (janky); a dropped frame, one never ended, one
     // pending (INT64_MAX) and one ending after the trace's last packet (1000).
@@ -94,16 +91,13 @@ class PerfettoReplayTest : public ::testing::Test {
     // Fields the simulator does not read: in a packet, and beside the packets.
     Write("game.txt", gameBytes + "\x0a\x02\x50\x01" + "\x10\x07");
   }
-  void TearDown() override { std::filesystem::remove_all(dir); }
-
-  void Write(const std::string& name, const std::string& bytes) {
-    std::ofstream(dir + "/" + name, std::ios::binary) << bytes;
-  }
+  void Write(const std::string& name, const std::string& bytes) { folder.Write(name, bytes); }
   bool Parse(const std::string& text, std::string* error) {
     return ScenarioParser::Parse("x.scn", dir, text, &scenario, error);
   }
 
-  std::string dir;
+  TempFolder folder;
+  const std::string dir = folder.path();
   std::string gameBytes;
   Scenario scenario;
 };
@@ -172,11 +166,9 @@ TEST_F(PerfettoReplayTest, ErrorsNameTheFileAndTheLine) {
 
   // The program: the message on stderr, exit status 2.
   Write("bad.scn", "frames 0 corrupt.pftrace\n");
-  std::string command =
-      std::string(GORV_SIM_PATH) + " " + dir + "/bad.scn > /dev/null 2> " + dir + "/err";
-  EXPECT_EQ(WEXITSTATUS(std::system(command.c_str())), 2);
-  std::ifstream err(dir + "/err");
-  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(err), {}),
+  TempFolder::Outcome run = folder.Run(std::string(GORV_SIM_PATH) + " " + dir + "/bad.scn");
+  EXPECT_EQ(run.status, 2);
+  EXPECT_EQ(run.err,
             "gorv-sim: " + dir + "/bad.scn:1: " + dir +
                 "/corrupt.pftrace: truncated or corrupt Perfetto trace (the packet at byte 4)\n");
 }

@@ -19,28 +19,17 @@
 
 namespace {
 
-struct Outcome {
-  int status;
-  std::string out, err;
-};
-
 class SimulatorHostileTest : public ::testing::Test {
  protected:
   std::string Write(const std::string& name, const std::string& bytes) {
     return folder.Write(name, bytes);
   }
-  std::string Read(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), {});
-  }
+  std::string Read(const std::string& name) { return folder.Read(name); }
   // Runs gorv-sim with `arguments` (and `environment` before it);
   // `stdoutTo` is a redirection of its standard output.
-  Outcome Sim(const std::string& arguments, const std::string& environment = "",
-              const std::string& stdoutTo = "") {
-    std::string command = environment + " " + GORV_SIM_PATH + " " + arguments + " 2> " + dir +
-                          "/stderr " + (stdoutTo.empty() ? "> " + dir + "/stdout" : stdoutTo);
-    int status = std::system(command.c_str());
-    return {WEXITSTATUS(status), Read(dir + "/stdout"), Read(dir + "/stderr")};
+  TempFolder::Outcome Sim(const std::string& arguments, const std::string& environment = "",
+                          const std::string& stdoutTo = "") {
+    return folder.Run(environment + " " + GORV_SIM_PATH + " " + arguments, stdoutTo);
   }
 
   TempFolder folder;
@@ -55,14 +44,14 @@ TEST_F(SimulatorHostileTest, ThePluginEndingItsProcessIsReportedWithTheOutputsSo
   std::string scenario = Write("abort.scn", std::string(kGame) +
                                                 "trigger 0 4097 g\ntrigger 300 4098 g\n"
                                                 "trigger 2200000000 4097 g\n");
-  Outcome run = Sim(scenario + " --events " + dir + "/events --plot " + dir + "/plot.svg");
+  auto run = Sim(scenario + " --events " + dir + "/events --plot " + dir + "/plot.svg");
   EXPECT_EQ(run.status, 3);
   EXPECT_EQ(LogCapture::MaskLine(run.err),
             "gorv-sim: the plug-in ended the run at 2200000.200 s of virtual time with SIGABRT "
             "(Aborted); its last log line: \"GORV_FEATURE: GorvFeature() N: Initialized  "
             "GORV(rev. v1.00)\". This is the plug-in's own behaviour, not the simulator's; the "
             "outputs hold the run up to that moment.\n");
-  std::string events = Read(dir + "/events");
+  std::string events = Read("events");
   EXPECT_NE(events.find(R"({"t":2200000000,"event":"perf_lock_acquire","handle":2,)"),
             std::string::npos);
   EXPECT_NE(events.find(R"J({"t":2200000200,"event":"stopped","reason":"the plug-in ended the )J"
@@ -70,7 +59,7 @@ TEST_F(SimulatorHostileTest, ThePluginEndingItsProcessIsReportedWithTheOutputsSo
             std::string::npos);
   EXPECT_NE(run.out.find("  stopped at       2200000.200 s: the plug-in ended the process"),
             std::string::npos);
-  EXPECT_NE(Read(dir + "/plot.svg").find("</svg>"), std::string::npos);
+  EXPECT_NE(Read("plot.svg").find("</svg>"), std::string::npos);
 }
 
 TEST_F(SimulatorHostileTest, NumbersAtTheirLimits) {
@@ -90,19 +79,19 @@ TEST_F(SimulatorHostileTest, NumbersAtTheirLimits) {
       {"meter-latency 10001", "expected 'meter-latency MS' with MS from 1 to 10000"},
   };
   for (const auto& [line, message] : refused) {
-    Outcome run = Sim(Write("x.scn", line));
+    auto run = Sim(Write("x.scn", line));
     EXPECT_EQ(run.status, 2) << line;
     EXPECT_EQ(run.err, "gorv-sim: " + dir + "/x.scn:1: " + message + "\n") << line;
   }
   // Accepted: the extremes of each range; the plot stays small for a frame
   // rate at the float limit over a year.
-  Outcome run = Sim(Write("max.scn",
-                          "app g 2 -2147483648\nfps 0 3.4e38\n"
-                          "trigger 31536000000 -2147483648 g 2147483647\n"
-                          "end 31536000000\n") +
-                    " --plot " + dir + "/plot.svg");
+  auto run = Sim(Write("max.scn",
+                       "app g 2 -2147483648\nfps 0 3.4e38\n"
+                       "trigger 31536000000 -2147483648 g 2147483647\n"
+                       "end 31536000000\n") +
+                 " --plot " + dir + "/plot.svg");
   EXPECT_EQ(run.status, 0) << run.err;
-  EXPECT_LT(Read(dir + "/plot.svg").size(), 20000u);
+  EXPECT_LT(Read("plot.svg").size(), 20000u);
 
   FrameTimeline timeline;
   std::string error;
@@ -129,7 +118,7 @@ TEST_F(SimulatorHostileTest, BytesAndFilesThatAreNotScenarios) {
       {dir + "/none", "/none: cannot open the scenario (No such file or directory)"},
   };
   for (const auto& [path, message] : refused) {
-    Outcome run = Sim(path);
+    auto run = Sim(path);
     EXPECT_EQ(run.status, 2) << path;
     EXPECT_NE(run.err.find(message), std::string::npos) << run.err;
   }
@@ -143,7 +132,7 @@ TEST_F(SimulatorHostileTest, BytesAndFilesThatAreNotScenarios) {
 }
 
 TEST_F(SimulatorHostileTest, TheHostIsNeverTouched) {
-  Outcome run = Sim("--events " + dir + "/events", "TMPDIR=" + dir + "/missing");
+  auto run = Sim("--events " + dir + "/events", "TMPDIR=" + dir + "/missing");
   EXPECT_EQ(run.status, 1);
   EXPECT_EQ(run.err, "gorv-sim: cannot make a private folder under " + dir +
                          "/missing (No such file or directory); set TMPDIR to a writable folder\n");
@@ -168,7 +157,7 @@ TEST_F(SimulatorHostileTest, OutputsAreNeverLostSilently) {
       {"", "gorv-sim: cannot write standard output: it is closed\n"},
   };
   for (const auto& [arguments, message] : cases) {
-    Outcome run = Sim(arguments, "", arguments.empty() ? ">&-" : "");
+    auto run = Sim(arguments, "", arguments.empty() ? ">&-" : "");
     EXPECT_EQ(run.status, 1) << arguments;
     EXPECT_EQ(run.err, message);
   }

@@ -22,11 +22,6 @@ constexpr const char* kSession =
     "trigger 1000 4097 com.example.game/.Main\ntrigger 5000 4098 com.example.game/.Main\n"
     "end 6000\n";
 
-struct Outcome {
-  int status;
-  std::string out, err;
-};
-
 class SimulatorRegressionTest : public ::testing::Test {
  protected:
   std::string Write(const std::string& name, const std::string& text) {
@@ -34,10 +29,8 @@ class SimulatorRegressionTest : public ::testing::Test {
   }
   std::string Read(const std::string& name) { return folder.Read(name); }
   // Runs gorv-sim in `dir` with `arguments`.
-  Outcome Sim(const std::string& arguments) {
-    std::string command = "cd " + dir + " && " + GORV_SIM_PATH + " " + arguments + " > out 2> err";
-    int status = std::system(command.c_str());
-    return {WEXITSTATUS(status), Read("out"), Read("err")};
+  TempFolder::Outcome Sim(const std::string& arguments) {
+    return folder.Run(std::string(GORV_SIM_PATH) + " " + arguments);
   }
   // Records a run of kSession as s.jsonl; returns the lines.
   std::string Record() {
@@ -52,7 +45,7 @@ class SimulatorRegressionTest : public ::testing::Test {
 
 TEST_F(SimulatorRegressionTest, ARunCheckedAgainstItsRecording) {
   std::string recorded = Record();
-  Outcome same = Sim("s.scn --expect s.jsonl");
+  auto same = Sim("s.scn --expect s.jsonl");
   EXPECT_EQ(same.status, 0);
   EXPECT_EQ(same.out, "gorv-sim: s.scn: 5 events match s.jsonl\n");
 
@@ -62,7 +55,7 @@ TEST_F(SimulatorRegressionTest, ARunCheckedAgainstItsRecording) {
 
   // The source lines moved: a changed log line, unless masked.
   Write("moved.jsonl", std::regex_replace(recorded, std::regex(R"(\(\) \d+:)"), "() 9999:"));
-  Outcome moved = Sim("s.scn --expect moved.jsonl");
+  auto moved = Sim("s.scn --expect moved.jsonl");
   EXPECT_EQ(moved.status, 1);
   EXPECT_NE(moved.out.find("     0.000  changed   log      GORV_FEATURE: GorvFeature() "),
             std::string::npos)
@@ -75,7 +68,7 @@ TEST_F(SimulatorRegressionTest, ARunCheckedAgainstItsRecording) {
   edited = std::regex_replace(edited,
                               std::regex(R"(\{"t":5000,"event":"perf_lock_release"[^\n]*\n)"), "");
   Write("edited.jsonl", edited);
-  Outcome differs = Sim("s.scn --expect edited.jsonl");
+  auto differs = Sim("s.scn --expect edited.jsonl");
   EXPECT_EQ(differs.status, 1);
   EXPECT_EQ(differs.out,
             "gorv-sim: s.scn: 2 difference(s) from edited.jsonl (3 events match)\n"
@@ -89,7 +82,7 @@ TEST_F(SimulatorRegressionTest, ARunCheckedAgainstItsRecording) {
   EXPECT_EQ(Sim("s.scn --expect nolog.jsonl").status, 1);
   EXPECT_EQ(Sim("s.scn --expect nolog.jsonl --ignore log").out,
             "gorv-sim: s.scn: 4 events match nolog.jsonl\n");
-  Outcome badKind = Sim("s.scn --expect s.jsonl --ignore logs");
+  auto badKind = Sim("s.scn --expect s.jsonl --ignore logs");
   EXPECT_EQ(badKind.status, 2);
   EXPECT_EQ(badKind.err,
             "gorv-sim: --ignore logs: expected node, perf_lock_acquire, "
@@ -149,7 +142,7 @@ TEST_F(SimulatorRegressionTest, DamagedRecordingsNameTheFileAndLine) {
   }
   Write("s.scn", kSession);
   Write("bad.jsonl", "{\"t\":0,\"event\":\"perf_lock_release\",\"handle\":1}\n{\n");
-  Outcome bad = Sim("s.scn --expect bad.jsonl");
+  auto bad = Sim("s.scn --expect bad.jsonl");
   EXPECT_EQ(bad.status, 2);
   EXPECT_EQ(bad.err,
             "gorv-sim: bad.jsonl:2: expected one JSON object per line, as --events "
@@ -165,7 +158,7 @@ TEST_F(SimulatorRegressionTest, TheSummaryAsJson) {
   Write("frames.txt", frames);
   Write("s.scn", std::string(kSession) + "frames 3000 frames.txt\ntrigger 4000 4221 x 30\n");
   ASSERT_EQ(Sim("s.scn --summary-json -").status, 0);
-  nlohmann::json summary = nlohmann::json::parse(Read("out"));
+  nlohmann::json summary = nlohmann::json::parse(Read("stdout"));
   EXPECT_EQ(summary.at("scenario"), "s.scn");
   EXPECT_EQ(summary.at("session_ms"), 4000);
   EXPECT_EQ(summary.at("target_changes"),
@@ -188,7 +181,7 @@ TEST_F(SimulatorRegressionTest, AFolderOfScenarios) {
   Write("in/b.scn", kSession);
   Write("in/a.scn", "property ro.vendor.perf.gorv true\nend 100\n");
   Write("in/notes.txt", "not a scenario");
-  Outcome recorded = Sim("in --events rec/ --summary-json rec/");
+  auto recorded = Sim("in --events rec/ --summary-json rec/");
   EXPECT_EQ(recorded.status, 0) << recorded.err;
   // Each scenario's timeline in name order, then the table.
   EXPECT_LT(recorded.out.find("gorv-sim: in/a.scn"), recorded.out.find("gorv-sim: in/b.scn"));
@@ -204,7 +197,7 @@ TEST_F(SimulatorRegressionTest, AFolderOfScenarios) {
   // does not carry over (no "Initialized" line).
   Write("rec/a.jsonl", "");
   Write("in/c.scn", "fps soon 60\n");
-  Outcome checked = Sim("in --expect rec");
+  auto checked = Sim("in --expect rec");
   EXPECT_EQ(checked.status, 2);
   EXPECT_EQ(checked.out.substr(checked.out.find("\nscenario")),
             "\nscenario  status         target changes  lock held (s)  check\n"
@@ -218,7 +211,7 @@ TEST_F(SimulatorRegressionTest, AFolderOfScenarios) {
   Write("abort.scn",
         "property ro.vendor.perf.gorv true\napp g 2 7\nfps 0 60\ntrigger 0 4097 g\n"
         "trigger 300 4098 g\ntrigger 2200000000 4097 g\n");
-  Outcome ended = Sim("abort.scn in/c.scn in/a.scn");
+  auto ended = Sim("abort.scn in/c.scn in/a.scn");
   EXPECT_EQ(ended.status, 3);
   EXPECT_NE(ended.out.find("abort     plug-in ended               0          0.500  -\n"
                            "c         bad input                   -              -  -\n"

@@ -1,6 +1,8 @@
 // gorv-sim: scenarios replayed through the real libgorv.so, with expected
 // event streams worked out by hand; the scenario language's errors; the
 // frame-capture formats; the trace and plot outputs.
+#include "sim/Simulator.h"
+
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
@@ -18,9 +20,9 @@
 #include "sim/FrameTimeline.h"
 #include "sim/JsonLinesWriter.h"
 #include "sim/ScenarioParser.h"
-#include "sim/Simulator.h"
 #include "sim/SvgPlotWriter.h"
 #include "tests/support/LogCapture.h"
+#include "tests/support/TempFolder.h"
 
 namespace {
 
@@ -28,17 +30,8 @@ using Lines = std::vector<std::string>;
 
 class SimulatorTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    std::string pattern = (std::filesystem::temp_directory_path() / "gorv-simtest-XXXXXX").string();
-    ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-    dir = pattern;
-  }
-  void TearDown() override { std::filesystem::remove_all(dir); }
-
   std::string Write(const std::string& name, const std::string& text) {
-    std::string path = dir + "/" + name;
-    std::ofstream(path, std::ios::binary) << text;
-    return path;
+    return folder.Write(name, text);
   }
   // Runs a scenario text; the events as --events writes them, source lines
   // of log messages masked as N.
@@ -61,7 +54,8 @@ class SimulatorTest : public ::testing::Test {
     return error;
   }
 
-  std::string dir;
+  TempFolder folder;
+  const std::string dir = folder.path();
   RunResult result;
 };
 
@@ -69,17 +63,19 @@ constexpr const char* kInitialized =
     R"J({"t":0,"event":"log","priority":6,"tag":"ANDR-PERF-LM","message":"GORV_FEATURE: GorvFeature() N: Initialized  GORV(rev. v1.00)"})J";
 
 TEST_F(SimulatorTest, TheWorkedExample) {
-  EXPECT_EQ(Events("property ro.vendor.perf.gorv true\n"
-                   "app com.example.game 2 4242\n"
-                   "fps 0 60\n"
-                   "trigger 1000 4097 com.example.game/.Main\n"
-                   "trigger 5000 4098 com.example.game/.Main\n"
-                   "end 6000\n"),
-            (Lines{kInitialized,
-                   R"J({"t":1000,"event":"node","path":"/sys/kernel/sched_penalty/parameters/target_pid","value":"4242"})J",
-                   R"J({"t":1000,"event":"perf_lock_acquire","handle":1,"resources":[1149239296,1]})J",
-                   R"J({"t":1600,"event":"node","path":"/sys/kernel/sched_penalty/parameters/fps","value":"60"})J",
-                   R"J({"t":5000,"event":"perf_lock_release","handle":1})J"}));
+  EXPECT_EQ(
+      Events("property ro.vendor.perf.gorv true\n"
+             "app com.example.game 2 4242\n"
+             "fps 0 60\n"
+             "trigger 1000 4097 com.example.game/.Main\n"
+             "trigger 5000 4098 com.example.game/.Main\n"
+             "end 6000\n"),
+      (Lines{
+          kInitialized,
+          R"J({"t":1000,"event":"node","path":"/sys/kernel/sched_penalty/parameters/target_pid","value":"4242"})J",
+          R"J({"t":1000,"event":"perf_lock_acquire","handle":1,"resources":[1149239296,1]})J",
+          R"J({"t":1600,"event":"node","path":"/sys/kernel/sched_penalty/parameters/fps","value":"60"})J",
+          R"J({"t":5000,"event":"perf_lock_release","handle":1})J"}));
   EXPECT_EQ(result.end.sessionMs, 4000);
 }
 
@@ -87,79 +83,95 @@ TEST_F(SimulatorTest, FaultsOnTheLockAndTheNodes) {
   // The failed acquisition returns -1, which is also "none held", so the
   // first analysis (1600) tries again and, the fault lifted, gets handle 1.
   // The fps node is gone by then: its write is refused and logged.
-  EXPECT_EQ(Events("property ro.vendor.perf.gorv true\n"
-                   "app com.example.game 2 4242\n"
-                   "meter-latency 100\n"
-                   "fps 0 60\n"
-                   "fault 500 perf-lock-fail\n"
-                   "trigger 1000 4097 com.example.game/.Main\n"
-                   "fault 1500 perf-lock-ok\n"
-                   "fault 1500 nodes-missing\n"
-                   "trigger 3000 4098 com.example.game/.Main\n"
-                   "end 3500\n"),
-            (Lines{kInitialized,
-                   R"J({"t":1000,"event":"node","path":"/sys/kernel/sched_penalty/parameters/target_pid","value":"4242"})J",
-                   R"J({"t":1000,"event":"perf_lock_acquire","handle":-1,"resources":[1149239296,1]})J",
-                   R"J({"t":1600,"event":"log","priority":6,"tag":"ANDR-PERF-LM","message":"GORV_FEATURE: updateSysNodes() N: Unable to open /sys/kernel/sched_penalty/parameters/fps file"})J",
-                   R"J({"t":1600,"event":"perf_lock_acquire","handle":1,"resources":[1149239296,1]})J",
-                   R"J({"t":3000,"event":"perf_lock_release","handle":1})J"}));
+  EXPECT_EQ(
+      Events("property ro.vendor.perf.gorv true\n"
+             "app com.example.game 2 4242\n"
+             "meter-latency 100\n"
+             "fps 0 60\n"
+             "fault 500 perf-lock-fail\n"
+             "trigger 1000 4097 com.example.game/.Main\n"
+             "fault 1500 perf-lock-ok\n"
+             "fault 1500 nodes-missing\n"
+             "trigger 3000 4098 com.example.game/.Main\n"
+             "end 3500\n"),
+      (Lines{
+          kInitialized,
+          R"J({"t":1000,"event":"node","path":"/sys/kernel/sched_penalty/parameters/target_pid","value":"4242"})J",
+          R"J({"t":1000,"event":"perf_lock_acquire","handle":-1,"resources":[1149239296,1]})J",
+          R"J({"t":1600,"event":"log","priority":6,"tag":"ANDR-PERF-LM","message":"GORV_FEATURE: updateSysNodes() N: Unable to open /sys/kernel/sched_penalty/parameters/fps file"})J",
+          R"J({"t":1600,"event":"perf_lock_acquire","handle":1,"resources":[1149239296,1]})J",
+          R"J({"t":3000,"event":"perf_lock_release","handle":1})J"}));
 }
 
 TEST_F(SimulatorTest, TraceCountersAndMeterMarkers) {
   // The start's own meters finish at 1050 with no reading requested (fps 0
   // in the marker); from 1250 on each run carries the requested 60.
-  const std::string section = R"J({"t":%d,"event":"trace_section","name":"Meters finished, fps = %s \n"})J";
+  const std::string section =
+      R"J({"t":%d,"event":"trace_section","name":"Meters finished, fps = %s \n"})J";
   auto marker = [&section](int t, const char* fps) {
     char text[200];
     std::snprintf(text, sizeof(text), section.c_str(), t, fps);
     return std::string(text);
   };
-  EXPECT_EQ(Events("property ro.vendor.perf.gorv true\n"
-                   "property vendor.debug.trace.gorv 1\n"
-                   "app com.example.game 2 4242\n"
-                   "fps 0 60\n"
-                   "trigger 1000 4097 com.example.game/.Main\n"
-                   "end 1700\n"),
-            (Lines{kInitialized,
-                   R"J({"t":1000,"event":"node","path":"/sys/kernel/sched_penalty/parameters/target_pid","value":"4242"})J",
-                   R"J({"t":1000,"event":"perf_lock_acquire","handle":1,"resources":[1149239296,1]})J",
-                   marker(1050, "0.000000"), marker(1250, "60.000000"), marker(1450, "60.000000"),
-                   R"J({"t":1600,"event":"counter","name":"mFPSList","value":60})J",
-                   R"J({"t":1600,"event":"node","path":"/sys/kernel/sched_penalty/parameters/fps","value":"60"})J",
-                   R"J({"t":1600,"event":"counter","name":"Game FPS","value":60})J",
-                   marker(1650, "60.000000"),
-                   R"J({"t":1700,"event":"perf_lock_release","handle":1})J"}));
+  EXPECT_EQ(
+      Events("property ro.vendor.perf.gorv true\n"
+             "property vendor.debug.trace.gorv 1\n"
+             "app com.example.game 2 4242\n"
+             "fps 0 60\n"
+             "trigger 1000 4097 com.example.game/.Main\n"
+             "end 1700\n"),
+      (Lines{
+          kInitialized,
+          R"J({"t":1000,"event":"node","path":"/sys/kernel/sched_penalty/parameters/target_pid","value":"4242"})J",
+          R"J({"t":1000,"event":"perf_lock_acquire","handle":1,"resources":[1149239296,1]})J",
+          marker(1050, "0.000000"), marker(1250, "60.000000"), marker(1450, "60.000000"),
+          R"J({"t":1600,"event":"counter","name":"mFPSList","value":60})J",
+          R"J({"t":1600,"event":"node","path":"/sys/kernel/sched_penalty/parameters/fps","value":"60"})J",
+          R"J({"t":1600,"event":"counter","name":"Game FPS","value":60})J",
+          marker(1650, "60.000000"), R"J({"t":1700,"event":"perf_lock_release","handle":1})J"}));
 }
 
 TEST_F(SimulatorTest, ScenarioErrorsNameTheFileAndTheLine) {
   const std::pair<const char*, const char*> cases[] = {
-      {"fps -1 60", "x.scn:1: expected 'fps T VALUE' with T in ms from 0 to 31536000000 (a year) and VALUE a finite decimal number from 0 to 3.4e38"},
-      {"# comment\n\n   \nend soon", "x.scn:4: expected 'end T' with T in ms from 0 to 31536000000 (a year)"},
-      {"trigger 10 4097", "x.scn:1: expected 'trigger T ID COMPONENT [VALUE]' with T in ms from 0 to 31536000000 (a year), ID and VALUE integers from -2147483648 to 2147483647"},
-      {"trigger 10 4097 a 1 2", "x.scn:1: expected 'trigger T ID COMPONENT [VALUE]' with T in ms from 0 to 31536000000 (a year), ID and VALUE integers from -2147483648 to 2147483647"},
+      {"fps -1 60",
+       "x.scn:1: expected 'fps T VALUE' with T in ms from 0 to 31536000000 (a year) and VALUE a "
+       "finite decimal number from 0 to 3.4e38"},
+      {"# comment\n\n   \nend soon",
+       "x.scn:4: expected 'end T' with T in ms from 0 to 31536000000 (a year)"},
+      {"trigger 10 4097",
+       "x.scn:1: expected 'trigger T ID COMPONENT [VALUE]' with T in ms from 0 to 31536000000 (a "
+       "year), ID and VALUE integers from -2147483648 to 2147483647"},
+      {"trigger 10 4097 a 1 2",
+       "x.scn:1: expected 'trigger T ID COMPONENT [VALUE]' with T in ms from 0 to 31536000000 (a "
+       "year), ID and VALUE integers from -2147483648 to 2147483647"},
       {"meter-latency 0", "x.scn:1: expected 'meter-latency MS' with MS from 1 to 10000"},
-      {"fault 5 meltdown", "x.scn:1: expected 'fault T KIND' with T in ms from 0 to 31536000000 (a year) and KIND nodes-missing, nodes-present, perf-lock-fail or perf-lock-ok"},
-      {"app com.x 2", "x.scn:1: expected 'app PACKAGE CLASS PID' with CLASS and PID integers from -2147483648 to 2147483647"},
-      {"  Trigger 1 2 3", "x.scn:1: unknown directive 'Trigger'; expected property, app, ignore, meter, meter-latency, fps, frames, layer, trigger, fault or end"},
+      {"fault 5 meltdown",
+       "x.scn:1: expected 'fault T KIND' with T in ms from 0 to 31536000000 (a year) and KIND "
+       "nodes-missing, nodes-present, perf-lock-fail or perf-lock-ok"},
+      {"app com.x 2",
+       "x.scn:1: expected 'app PACKAGE CLASS PID' with CLASS and PID integers from -2147483648 to "
+       "2147483647"},
+      {"  Trigger 1 2 3",
+       "x.scn:1: unknown directive 'Trigger'; expected property, app, ignore, meter, "
+       "meter-latency, fps, frames, layer, trigger, fault or end"},
   };
   for (const auto& [text, message] : cases) EXPECT_EQ(ParseError(text), message);
-  EXPECT_EQ(ParseError("frames 0 none.txt"), "x.scn:1: " + dir + "/none.txt: cannot open the frame capture (No such file or directory)");
+  EXPECT_EQ(
+      ParseError("frames 0 none.txt"),
+      "x.scn:1: " + dir + "/none.txt: cannot open the frame capture (No such file or directory)");
   Write("empty.txt", "\n\n");
   EXPECT_EQ(ParseError("\nframes 0 empty.txt"),
             "x.scn:2: " + dir + "/empty.txt: no frames in this frame times capture");
 
   // The program: the message on stderr, exit status 2, nothing run.
   std::string scenario = Write("bad.scn", "fps 0 60\nfault 5 meltdown\n");
-  std::string command = std::string(GORV_SIM_PATH) + " " + scenario + " > " + dir + "/out 2> " + dir + "/err";
-  int status = std::system(command.c_str());
-  EXPECT_EQ(WEXITSTATUS(status), 2);
-  std::ifstream err(dir + "/err"), out(dir + "/out");
-  std::string errText((std::istreambuf_iterator<char>(err)), {});
-  std::string outText((std::istreambuf_iterator<char>(out)), {});
-  EXPECT_EQ(errText, "gorv-sim: " + scenario +
-                         ":2: expected 'fault T KIND' with T in ms from 0 to 31536000000 (a year) and KIND nodes-missing, nodes-present, "
+  TempFolder::Outcome run = folder.Run(std::string(GORV_SIM_PATH) + " " + scenario);
+  EXPECT_EQ(run.status, 2);
+  EXPECT_EQ(run.err, "gorv-sim: " + scenario +
+                         ":2: expected 'fault T KIND' with T in ms from 0 to 31536000000 (a year) "
+                         "and KIND nodes-missing, nodes-present, "
                          "perf-lock-fail or perf-lock-ok\n");
-  EXPECT_EQ(outText, "");
+  EXPECT_EQ(run.out, "");
 }
 
 TEST_F(SimulatorTest, RestOfTheLineIsTakenVerbatim) {
@@ -183,29 +195,33 @@ TEST_F(SimulatorTest, CaptureFormats) {
   std::string error;
   // SurfaceFlinger: a warning, the period, frames (present time in the
   // middle), a pending row and a row of zeros, then the device's trailer.
-  ASSERT_TRUE(FrameTimeline::Parse("sf.txt",
-                                   "Warning: layer not found, using first\r\n16666666\n"
-                                   "100 1000000000 120\n0 0 0\n"
-                                   "200 1016000000 220\n9223372036854775807 9223372036854775807 9223372036854775807\n"
-                                   "300 1033000000 320\n\nsome trailer 1 2 3\n",
-                                   &timeline, &error))
+  ASSERT_TRUE(FrameTimeline::Parse(
+      "sf.txt",
+      "Warning: layer not found, using first\r\n16666666\n"
+      "100 1000000000 120\n0 0 0\n"
+      "200 1016000000 220\n9223372036854775807 9223372036854775807 9223372036854775807\n"
+      "300 1033000000 320\n\nsome trailer 1 2 3\n",
+      &timeline, &error))
       << error;
   EXPECT_EQ(timeline.format(), "SurfaceFlinger latency");
   EXPECT_EQ(timeline.frames(), (std::vector<int64_t>{0, 16000000, 33000000}));
 
   // gfxinfo: the first block has no frame; flagged rows are skipped.
-  ASSERT_TRUE(FrameTimeline::Parse("gfx.txt",
-                                   "Stats since: 1\n---PROFILEDATA---\nFlags,IntendedVsync,FrameCompleted,\n"
-                                   "---PROFILEDATA---\n---PROFILEDATA---\n"
-                                   "Flags,IntendedVsync,FrameCompleted,\n0,5,2000,\n1,6,2500,\n0,7,3000,\n"
-                                   "---PROFILEDATA---\n",
-                                   &timeline, &error))
+  ASSERT_TRUE(FrameTimeline::Parse(
+      "gfx.txt",
+      "Stats since: 1\n---PROFILEDATA---\nFlags,IntendedVsync,FrameCompleted,\n"
+      "---PROFILEDATA---\n---PROFILEDATA---\n"
+      "Flags,IntendedVsync,FrameCompleted,\n0,5,2000,\n1,6,2500,\n0,7,3000,\n"
+      "---PROFILEDATA---\n",
+      &timeline, &error))
       << error;
   EXPECT_EQ(timeline.format(), "gfxinfo framestats");
   EXPECT_EQ(timeline.frames(), (std::vector<int64_t>{0, 1000}));
 
   // A plain list with a byte-order mark and blank lines.
-  ASSERT_TRUE(FrameTimeline::Parse("list.txt", "\xEF\xBB\xBF" "5000000000\n\n5500000000\n6000000000\n",
+  ASSERT_TRUE(FrameTimeline::Parse("list.txt",
+                                   "\xEF\xBB\xBF"
+                                   "5000000000\n\n5500000000\n6000000000\n",
                                    &timeline, &error))
       << error;
   EXPECT_EQ(timeline.format(), "frame times");
@@ -214,8 +230,9 @@ TEST_F(SimulatorTest, CaptureFormats) {
   EXPECT_EQ(timeline.FramesInSecondBefore(1500000000), 1);
 
   EXPECT_FALSE(FrameTimeline::Parse("bad.txt", "12\nabc\n", &timeline, &error));
-  EXPECT_EQ(error, "bad.txt:2: expected a frame time in ns, an integer within the 64-bit range (or a "
-                   "SurfaceFlinger --latency or gfxinfo framestats capture)");
+  EXPECT_EQ(error,
+            "bad.txt:2: expected a frame time in ns, an integer within the 64-bit range (or a "
+            "SurfaceFlinger --latency or gfxinfo framestats capture)");
   EXPECT_FALSE(FrameTimeline::Parse("sf.txt", "16666666\n0 0 0\n", &timeline, &error));
   EXPECT_EQ(error, "sf.txt: no frames in this SurfaceFlinger latency capture");
 }
@@ -230,16 +247,17 @@ TEST_F(SimulatorTest, ARecordedTimelineDrivesTheSource) {
                                     &scenario, &error))
       << error;
   EXPECT_EQ(Simulator::RateAt(scenario, 999), 30.0f);
-  EXPECT_EQ(Simulator::RateAt(scenario, 1000), 1.0f);  // the first frame sits at 1000
+  EXPECT_EQ(Simulator::RateAt(scenario, 1000), 1.0f);   // the first frame sits at 1000
   EXPECT_EQ(Simulator::RateAt(scenario, 2000), 50.0f);  // one frame every 20 ms
-  EXPECT_EQ(Simulator::RateAt(scenario, 4500), 0.0f);  // the capture ended
+  EXPECT_EQ(Simulator::RateAt(scenario, 4500), 0.0f);   // the capture ended
   EXPECT_EQ(Simulator::RateAt(scenario, 5000), 90.0f);
 }
 
 TEST_F(SimulatorTest, TheTraceAndThePlotOfTheBuiltInScenario) {
   Scenario scenario;
   std::string error;
-  ASSERT_TRUE(ScenarioParser::Parse("built-in", ".", Simulator::BuiltInScenario(), &scenario, &error));
+  ASSERT_TRUE(
+      ScenarioParser::Parse("built-in", ".", Simulator::BuiltInScenario(), &scenario, &error));
   ASSERT_TRUE(Simulator::Run(scenario, {GORV_PLUGIN_PATH, false}, &result, &error)) << error;
 
   std::ostringstream trace;

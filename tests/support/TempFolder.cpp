@@ -1,5 +1,7 @@
 #include "tests/support/TempFolder.h"
 
+#include <sys/wait.h>
+
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -27,4 +29,11 @@ std::string TempFolder::Write(const std::string& name, const std::string& text) 
 std::string TempFolder::Read(const std::string& name) const {
   std::ifstream in(std::filesystem::path(mPath) / name, std::ios::binary);
   return {std::istreambuf_iterator<char>(in), {}};
+}
+
+TempFolder::Outcome TempFolder::Run(const std::string& command, const std::string& stdoutTo) const {
+  std::string line =
+      "cd " + mPath + " && " + command + " 2> stderr " + (stdoutTo.empty() ? "> stdout" : stdoutTo);
+  int status = std::system(line.c_str());
+  return {WEXITSTATUS(status), Read("stdout"), Read("stderr")};
 }

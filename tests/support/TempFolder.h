@@ -18,6 +18,15 @@ class TempFolder {
   // The content of `name`, "" when it cannot be read.
   std::string Read(const std::string& name) const;
 
+  struct Outcome {
+    int status;  // the command's exit status
+    std::string out, err;
+  };
+  // Runs the shell command line `command` in the folder, its standard error
+  // to "stderr" there and its standard output to "stdout" (or as
+  // `stdoutTo`, a redirection or a pipe, says).
+  Outcome Run(const std::string& command, const std::string& stdoutTo = "") const;
+
  private:
   std::string mPath;
 };

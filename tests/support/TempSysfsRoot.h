@@ -5,12 +5,14 @@
 
 #include <string>
 
+#include "tests/support/TempFolder.h"
+
 class TempSysfsRoot {
  public:
   TempSysfsRoot();
   ~TempSysfsRoot();
 
-  const std::string& path() const { return mPath; }
+  const std::string& path() const { return mFolder.path(); }
   // Content of the node `nodePath` ("/sys/..."), or "<missing>".
   std::string Read(const std::string& nodePath) const;
   // Removes or recreates the node directory (a module that is not loaded).
@@ -18,5 +20,5 @@ class TempSysfsRoot {
   void CreateNodeDirectory();
 
  private:
-  std::string mPath;
+  TempFolder mFolder;
 };
