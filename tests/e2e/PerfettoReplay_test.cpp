@@ -2,12 +2,8 @@
 // classes (several layers, dropped, unended and pending frames, compressed
 // packets, broken bytes), the layer choice, the errors, and the janky
 // frames in the reports.
-#include <gtest/gtest.h>
 #include <zlib.h>
 
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <limits>
 #include <nlohmann/json.hpp>
 #include <sstream>
@@ -21,7 +17,7 @@
 #include "sim/SummaryJsonWriter.h"
 #include "sim/SvgPlotWriter.h"
 #include "sim/TimelinePrinter.h"
-#include "tests/support/TempFolder.h"
+#include "tests/support/SimFolderTest.h"
 
 namespace {
 
@@ -62,7 +58,7 @@ std::string Deflate(const std::string& bytes) {
   return out;
 }
 
-class PerfettoReplayTest : public ::testing::Test {
+class PerfettoReplayTest : public SimFolderTest {
  protected:
   void SetUp() override {
     // The game's layer: frames ending at 250 ms (janky), 300 and, from the
@@ -91,13 +87,10 @@ class PerfettoReplayTest : public ::testing::Test {
     // Fields the simulator does not read: in a packet, and beside the packets.
     Write("game.txt", gameBytes + "\x0a\x02\x50\x01" + "\x10\x07");
   }
-  void Write(const std::string& name, const std::string& bytes) { folder.Write(name, bytes); }
   bool Parse(const std::string& text, std::string* error) {
     return ScenarioParser::Parse("x.scn", dir, text, &scenario, error);
   }
 
-  TempFolder folder;
-  const std::string dir = folder.path();
   std::string gameBytes;
   Scenario scenario;
 };
@@ -163,14 +156,6 @@ TEST_F(PerfettoReplayTest, ErrorsNameTheFileAndTheLine) {
     EXPECT_EQ(error,
               "x.scn:" + std::string(text[0] == 'l' ? "2" : "1") + ": " + dir + "/" + message);
   }
-
-  // The program: the message on stderr, exit status 2.
-  Write("bad.scn", "frames 0 corrupt.pftrace\n");
-  TempFolder::Outcome run = folder.Run(std::string(GORV_SIM_PATH) + " " + dir + "/bad.scn");
-  EXPECT_EQ(run.status, 2);
-  EXPECT_EQ(run.err,
-            "gorv-sim: " + dir + "/bad.scn:1: " + dir +
-                "/corrupt.pftrace: truncated or corrupt Perfetto trace (the packet at byte 4)\n");
 }
 
 TEST_F(PerfettoReplayTest, TheReportsMarkTheJankyFrames) {

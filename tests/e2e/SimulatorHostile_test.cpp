@@ -1,49 +1,23 @@
 // gorv-sim tried as a hostile user would: the plug-in ending its process,
-// numbers at their limits, bytes and files that are not scenarios, an
-// unusable TMPDIR, outputs that cannot be written. Each case runs the
-// program itself and checks its exit status and messages.
-#include <gtest/gtest.h>
+// malformed lines and numbers at their limits, bytes and files that are not
+// scenarios, an unusable TMPDIR, outputs that cannot be written. Each case
+// runs the program itself and checks its exit status and messages.
 #include <sys/stat.h>
-#include <sys/wait.h>
 
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <string>
 
 #include "sim/FrameTimeline.h"
 #include "sim/TextEscape.h"
 #include "tests/support/LogCapture.h"
-#include "tests/support/TempFolder.h"
+#include "tests/support/SimFolderTest.h"
 
 namespace {
 
-class SimulatorHostileTest : public ::testing::Test {
- protected:
-  std::string Write(const std::string& name, const std::string& bytes) {
-    return folder.Write(name, bytes);
-  }
-  std::string Read(const std::string& name) { return folder.Read(name); }
-  // Runs gorv-sim with `arguments` (and `environment` before it);
-  // `stdoutTo` is a redirection of its standard output.
-  TempFolder::Outcome Sim(const std::string& arguments, const std::string& environment = "",
-                          const std::string& stdoutTo = "") {
-    return folder.Run(environment + " " + GORV_SIM_PATH + " " + arguments, stdoutTo);
-  }
-
-  TempFolder folder;
-  const std::string dir = folder.path();
-};
-
-constexpr const char* kGame = "property ro.vendor.perf.gorv true\napp g 2 7\nfps 0 60\n";
+using SimulatorHostileTest = SimFolderTest;
 
 TEST_F(SimulatorHostileTest, ThePluginEndingItsProcessIsReportedWithTheOutputsSoFar) {
-  // One round leaves 200 ms on the 400 ms timer; the next round, 25 days
-  // later, adds more than 2^31 ms to it: the plug-in's checked sum aborts.
-  std::string scenario = Write("abort.scn", std::string(kGame) +
-                                                "trigger 0 4097 g\ntrigger 300 4098 g\n"
-                                                "trigger 2200000000 4097 g\n");
+  std::string scenario = Write("abort.scn", kAborting);
   auto run = Sim(scenario + " --events " + dir + "/events --plot " + dir + "/plot.svg");
   EXPECT_EQ(run.status, 3);
   // Under qemu-user (the Arm build's tests) the emulator reports the child's
@@ -66,26 +40,47 @@ TEST_F(SimulatorHostileTest, ThePluginEndingItsProcessIsReportedWithTheOutputsSo
   EXPECT_NE(Read("plot.svg").find("</svg>"), std::string::npos);
 }
 
-TEST_F(SimulatorHostileTest, NumbersAtTheirLimits) {
+TEST_F(SimulatorHostileTest, MalformedLinesAndNumbersAtTheirLimits) {
   const std::string time = "T in ms from 0 to 31536000000 (a year)";
+  const std::string ints = "integers from -2147483648 to 2147483647";
+  const std::string end = "expected 'end T' with " + time;
+  const std::string fps =
+      "expected 'fps T VALUE' with " + time + " and VALUE a finite decimal number from 0 to 3.4e38";
+  const std::string trigger =
+      "expected 'trigger T ID COMPONENT [VALUE]' with " + time + ", ID and VALUE " + ints;
+  const std::string app = "expected 'app PACKAGE CLASS PID' with CLASS and PID " + ints;
+  const std::string latency = "expected 'meter-latency MS' with MS from 1 to 10000";
+  Write("empty.txt", "\n\n");
+  // The scenario, then the line number and the message after "x.scn:".
   const std::pair<const char*, std::string> refused[] = {
-      {"end 31536000001", "expected 'end T' with " + time},
-      {"end 9223372036854775808", "expected 'end T' with " + time},
-      {"fps 0 nan", "expected 'fps T VALUE' with " + time +
-                        " and VALUE a finite decimal number from 0 to 3.4e38"},
-      {"fps 0 1e39", "expected 'fps T VALUE' with " + time +
-                         " and VALUE a finite decimal number from 0 to 3.4e38"},
-      {"fps 0 -inf", "expected 'fps T VALUE' with " + time +
-                         " and VALUE a finite decimal number from 0 to 3.4e38"},
-      {"app g 2 2147483648",
-       "expected 'app PACKAGE CLASS PID' with CLASS and PID integers from "
-       "-2147483648 to 2147483647"},
-      {"meter-latency 10001", "expected 'meter-latency MS' with MS from 1 to 10000"},
+      {"fps -1 60", "1: " + fps},
+      {"fps 0 nan", "1: " + fps},
+      {"fps 0 1e39", "1: " + fps},
+      {"fps 0 -inf", "1: " + fps},
+      {"# comment\n\n   \nend soon", "4: " + end},
+      {"end 31536000001", "1: " + end},
+      {"end 9223372036854775808", "1: " + end},
+      {"trigger 10 4097", "1: " + trigger},
+      {"trigger 10 4097 a 1 2", "1: " + trigger},
+      {"app com.x 2", "1: " + app},
+      {"app g 2 2147483648", "1: " + app},
+      {"meter-latency 0", "1: " + latency},
+      {"meter-latency 10001", "1: " + latency},
+      {"fault 5 meltdown", "1: expected 'fault T KIND' with " + time +
+                               " and KIND nodes-missing, nodes-present, perf-lock-fail or "
+                               "perf-lock-ok"},
+      {"  Trigger 1 2 3",
+       "1: unknown directive 'Trigger'; expected property, app, ignore, meter, meter-latency, "
+       "fps, frames, layer, trigger, fault or end"},
+      {"frames 0 none.txt",
+       "1: " + dir + "/none.txt: cannot open the frame capture (No such file or directory)"},
+      {"\nframes 0 empty.txt", "2: " + dir + "/empty.txt: no frames in this frame times capture"},
   };
-  for (const auto& [line, message] : refused) {
-    auto run = Sim(Write("x.scn", line));
-    EXPECT_EQ(run.status, 2) << line;
-    EXPECT_EQ(run.err, "gorv-sim: " + dir + "/x.scn:1: " + message + "\n") << line;
+  for (const auto& [text, message] : refused) {
+    auto run = Sim(Write("x.scn", text));
+    EXPECT_EQ(run.status, 2) << text;
+    EXPECT_EQ(run.err, "gorv-sim: " + dir + "/x.scn:" + message + "\n") << text;
+    EXPECT_EQ(run.out, "") << text;  // nothing run
   }
   // Accepted: the extremes of each range; the plot stays small for a frame
   // rate at the float limit over a year.
@@ -144,10 +139,7 @@ TEST_F(SimulatorHostileTest, TheHostIsNeverTouched) {
   // With a usable TMPDIR, the private folder is gone after the run, and
   // after a run the plug-in ended.
   std::filesystem::create_directory(dir + "/tmp");
-  std::string abort =
-      Write("abort.scn", std::string(kGame) +
-                             "trigger 0 4097 g\ntrigger 300 4098 g\n"
-                             "fault 400 nodes-missing\ntrigger 2200000000 4097 g\n");
+  std::string abort = Write("abort.scn", std::string(kAborting) + "fault 400 nodes-missing\n");
   EXPECT_EQ(Sim("", "TMPDIR=" + dir + "/tmp").status, 0);
   EXPECT_EQ(Sim(abort, "TMPDIR=" + dir + "/tmp").status, 3);
   EXPECT_TRUE(std::filesystem::is_empty(dir + "/tmp"));

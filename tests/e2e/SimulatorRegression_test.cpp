@@ -1,50 +1,22 @@
 // gorv-sim as a regression check: a run checked against its own recording,
 // against edited recordings, damaged ones; the summary as JSON; folders of
 // scenarios with the closing table.
-#include <gtest/gtest.h>
-#include <sys/wait.h>
-
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <nlohmann/json.hpp>
 #include <regex>
 #include <string>
 
 #include "sim/EventComparator.h"
 #include "sim/EventLog.h"
-#include "tests/support/TempFolder.h"
+#include "tests/support/SimFolderTest.h"
 
 namespace {
 
-constexpr const char* kSession =
-    "property ro.vendor.perf.gorv true\napp com.example.game 2 4242\nfps 0 60\n"
-    "trigger 1000 4097 com.example.game/.Main\ntrigger 5000 4098 com.example.game/.Main\n"
-    "end 6000\n";
-
-class SimulatorRegressionTest : public ::testing::Test {
- protected:
-  std::string Write(const std::string& name, const std::string& text) {
-    return folder.Write(name, text);
-  }
-  std::string Read(const std::string& name) { return folder.Read(name); }
-  // Runs gorv-sim in `dir` with `arguments`.
-  TempFolder::Outcome Sim(const std::string& arguments) {
-    return folder.Run(std::string(GORV_SIM_PATH) + " " + arguments);
-  }
-  // Records a run of kSession as s.jsonl; returns the lines.
-  std::string Record() {
-    Write("s.scn", kSession);
-    EXPECT_EQ(Sim("s.scn --events s.jsonl").status, 0);
-    return Read("s.jsonl");
-  }
-
-  TempFolder folder;
-  const std::string dir = folder.path();
-};
+using SimulatorRegressionTest = SimFolderTest;
 
 TEST_F(SimulatorRegressionTest, ARunCheckedAgainstItsRecording) {
-  std::string recorded = Record();
+  Write("s.scn", kSession);
+  ASSERT_EQ(Sim("s.scn --events s.jsonl").status, 0);
+  std::string recorded = Read("s.jsonl");
   auto same = Sim("s.scn --expect s.jsonl");
   EXPECT_EQ(same.status, 0);
   EXPECT_EQ(same.out, "gorv-sim: s.scn: 5 events match s.jsonl\n");
@@ -118,15 +90,15 @@ TEST_F(SimulatorRegressionTest, OneRemovedEventAmongManyIsOneDifference) {
 }
 
 TEST_F(SimulatorRegressionTest, DamagedRecordingsNameTheFileAndLine) {
-  const std::pair<const char*, const char*> cases[] = {
-      {"{\"t\":0,\"event\":\"log\"", "expected one JSON object per line, as --events writes them"},
-      {"[1]", "expected one JSON object per line, as --events writes them"},
-      {"{\"t\":-1,\"event\":\"node\",\"path\":\"p\",\"value\":\"1\"}",
-       "expected \"t\" (ms, 0 or more) and \"event\" (node, perf_lock_acquire, "
-       "perf_lock_release, log, counter or trace_section)"},
-      {"{\"t\":0,\"event\":\"trigger\"}",
-       "expected \"t\" (ms, 0 or more) and \"event\" (node, perf_lock_acquire, "
-       "perf_lock_release, log, counter or trace_section)"},
+  const std::string object = "expected one JSON object per line, as --events writes them";
+  const std::string kinds =
+      "expected \"t\" (ms, 0 or more) and \"event\" (node, perf_lock_acquire, "
+      "perf_lock_release, log, counter or trace_section)";
+  const std::pair<const char*, std::string> cases[] = {
+      {"{\"t\":0,\"event\":\"log\"", object},
+      {"[1]", object},
+      {"{\"t\":-1,\"event\":\"node\",\"path\":\"p\",\"value\":\"1\"}", kinds},
+      {"{\"t\":0,\"event\":\"trigger\"}", kinds},
       {"{\"t\":0,\"event\":\"node\",\"path\":\"p\",\"value\":1}",
        "expected a node event with \"path\" and \"value\" (strings)"},
       {"{\"t\":0,\"event\":\"perf_lock_acquire\",\"handle\":1,\"resources\":[4294967296]}",
@@ -138,15 +110,13 @@ TEST_F(SimulatorRegressionTest, DamagedRecordingsNameTheFileAndLine) {
     std::vector<SimEvent> events;
     std::string error;
     EXPECT_FALSE(EventLog::Parse("e.jsonl", "\n" + std::string(line) + "\n", &events, &error));
-    EXPECT_EQ(error, std::string("e.jsonl:2: ") + reason);
+    EXPECT_EQ(error, "e.jsonl:2: " + reason);
   }
   Write("s.scn", kSession);
   Write("bad.jsonl", "{\"t\":0,\"event\":\"perf_lock_release\",\"handle\":1}\n{\n");
   auto bad = Sim("s.scn --expect bad.jsonl");
   EXPECT_EQ(bad.status, 2);
-  EXPECT_EQ(bad.err,
-            "gorv-sim: bad.jsonl:2: expected one JSON object per line, as --events "
-            "writes them\n");
+  EXPECT_EQ(bad.err, "gorv-sim: bad.jsonl:2: " + object + "\n");
   EXPECT_EQ(bad.out, "");
   EXPECT_EQ(Sim("s.scn --expect none.jsonl").err,
             "gorv-sim: none.jsonl: cannot open the events file (No such file or directory)\n");
@@ -208,9 +178,7 @@ TEST_F(SimulatorRegressionTest, AFolderOfScenarios) {
   EXPECT_EQ(Sim("in/a.scn in/b.scn --expect rec/ --ignore log").status, 0);
 
   // The plug-in ending a run ranks worst; the next scenario still runs.
-  Write("abort.scn",
-        "property ro.vendor.perf.gorv true\napp g 2 7\nfps 0 60\ntrigger 0 4097 g\n"
-        "trigger 300 4098 g\ntrigger 2200000000 4097 g\n");
+  Write("abort.scn", kAborting);
   auto ended = Sim("abort.scn in/c.scn in/a.scn");
   EXPECT_EQ(ended.status, 3);
   EXPECT_NE(ended.out.find("abort     plug-in ended               0          0.500  -\n"

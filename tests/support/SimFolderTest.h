@@ -1,0 +1,34 @@
+// The simulator's end-to-end tests: a fresh temporary folder (see
+// TempFolder) that runs gorv-sim, and the scenarios several tests play.
+// Needs GORV_SIM_PATH, the command line that starts gorv-sim.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "tests/support/TempFolder.h"
+
+class SimFolderTest : public ::testing::Test, public TempFolder {
+ protected:
+  // Runs gorv-sim in the folder with `arguments`, after `environment`
+  // (assignments such as "TMPDIR=..."); `stdoutTo` as for TempFolder::Run.
+  Outcome Sim(const std::string& arguments, const std::string& environment = "",
+              const std::string& stdoutTo = "") const {
+    return TempFolder::Run(environment + " " + GORV_SIM_PATH + " " + arguments, stdoutTo);
+  }
+
+  // A game playing at 60 fps from 1 s to 5 s; the run ends at 6 s.
+  static constexpr const char* kSession =
+      "property ro.vendor.perf.gorv true\napp com.example.game 2 4242\nfps 0 60\n"
+      "trigger 1000 4097 com.example.game/.Main\ntrigger 5000 4098 com.example.game/.Main\n"
+      "end 6000\n";
+  // One round leaves 200 ms on the 400 ms timer; the next round, 25 days
+  // later, adds more than 2^31 ms to it: the plug-in's checked sum aborts
+  // (at 2200000.200 s).
+  static constexpr const char* kAborting =
+      "property ro.vendor.perf.gorv true\napp g 2 7\nfps 0 60\ntrigger 0 4097 g\n"
+      "trigger 300 4098 g\ntrigger 2200000000 4097 g\n";
+
+  const std::string dir = path();
+};
