@@ -200,9 +200,8 @@ ChildRun::Result Parent::Finish(int status) {
 
 ChildRun::Result Parent::Run(const std::function<bool()>& abandon) {
   // An anonymous mapping takes no file: its descriptor is -1 by definition.
-  // cppcheck-suppress invalidFunctionArg
   void* shared = mmap(nullptr, sizeof(std::atomic<int64_t>), PROT_READ | PROT_WRITE,
-                      MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+                      MAP_SHARED | MAP_ANONYMOUS, -1, 0);  // cppcheck-suppress invalidFunctionArg
   int channel[2], signals[2];
   if (shared == MAP_FAILED || pipe2(channel, O_CLOEXEC) != 0) {
     return {ChildRun::Outcome::Failed,

@@ -41,6 +41,7 @@ TEST(HostEnvTest, PerfLockHandlesAreDistinctAndAFailureUsesNone) {
   env().Reset();
   std::vector<std::vector<int>> got(4);
   std::vector<std::thread> threads;
+  threads.reserve(got.size());
   for (auto& list : got) {
     threads.emplace_back([&list] {
       for (int i = 0; i < 500; ++i) list.push_back(Acquire());
