@@ -68,13 +68,6 @@ TEST_F(DataCollectionTest, ConsumersTightenTheRowUntilItIsRegistered) {
   data->dataRegistryComp(&counter);
   EXPECT_EQ(data->registerDataElem(0, 200, 400), -1);
   EXPECT_EQ(row.minInterval, 10);
-  // "Fps" with the row's period and delay, then "MetersTrig" on the
-  // counter's wake-up time; newest first.
-  ASSERT_EQ(counter.mTimeKeepers.size(), 2u);
-  EXPECT_EQ(counter.mTimeKeepers[0].mName, "MetersTrig");
-  EXPECT_EQ(counter.mTimeKeepers[1].mName, "Fps");
-  EXPECT_EQ(counter.mTimeKeepers[0].mPeriod, 10);
-  EXPECT_EQ(counter.mWakeUpTime, 10);
 }
 
 TEST_F(DataCollectionTest, AveragingDividesByTheSamplesTheDurationShouldHoldAndRefusesBadRequests) {

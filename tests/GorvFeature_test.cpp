@@ -9,7 +9,6 @@
 #include <vector>
 
 #include "action/GorvAction.h"
-#include "data/GorvDataManager.h"
 #include "intervals/GorvIntervalsCounter.h"
 #include "tests/support/FeatureTest.h"
 #include "tests/support/LogCapture.h"
@@ -49,21 +48,14 @@ TEST_F(GorvFeatureTest, OnlyExactlyTrueEnablesAndALeadingOneTraces) {
   }
 }
 
-TEST_F(GorvFeatureTest, ConstructionWiresTheComponentsInOrder) {
-  LogCapture logs;
-  Make();
-  EXPECT_EQ(logs.Messages(), Lines{"GORV_FEATURE: GorvFeature() N: Initialized  GORV(rev. v1.00)"});
-  // Newest registration first: the data manager's two after the action's.
+// The sessions pin the periods; the names and delays no session notices.
+TEST_F(GorvFeatureTest, ConstructionRegistersTheTimersNewestFirst) {
   Lines names;
   for (const TimeKeeper& keeper : timers()) {
     names.push_back(keeper.mName + "/" + std::to_string(keeper.mPeriod) + "/" +
                     std::to_string(keeper.mDelay));
   }
   EXPECT_EQ(names, (Lines{"MetersTrig/200/200", "Fps/200/200", "gorv/400/400"}));
-  const DataElem& row = feature->mDataManager->mDataElems[FPS];
-  EXPECT_EQ((std::vector<int>{row.minInterval, row.maxInterval, row.queueSize}),
-            (std::vector<int>{200, 400, 2}));
-  EXPECT_TRUE(feature->mDataManager->mRegistered);
 }
 
 TEST_F(GorvFeatureTest, AThrowingTaskSkipsTheRestOfTheRoundResetsAndLogs) {

@@ -2,10 +2,7 @@
 // instant (which the simulator's timelines are read from), the process scan
 // of a /proc-like tree and the plug-in loader's errors.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
-#include <filesystem>
-#include <fstream>
 #include <string>
 #include <vector>
 
@@ -15,6 +12,8 @@
 #include "host/framework/PluginLoader.h"
 #include "host/framework/SteppedRunner.h"
 #include "host/platform/HostEnv.h"
+#include "tests/support/GameWorld.h"
+#include "tests/support/TempFolder.h"
 
 namespace {
 
@@ -41,7 +40,7 @@ class ProbeMeter : public MetaMeter {
 // Any trigger starts the meters and the periodic work.
 class ProbeFeature : public Feature {
  public:
-  explicit ProbeFeature(Lines& log) : Feature(Info()), mLog(log) {
+  explicit ProbeFeature(Lines& log) : Feature(GameWorld::Info()), mLog(log) {
     metaMeter = new ProbeMeter(*this, log);
     periodicInterval = 200;
     periodicEnabled = true;
@@ -58,22 +57,12 @@ class ProbeFeature : public Feature {
   void runAsyncPeriodic(std::atomic<bool> const& /*stop*/) override {
     mLog.push_back("round" + Now());
   }
-  static FeatureInfo Info() {
-    FeatureInfo info;
-    info.name = "PROBE";
-    info.meterInfos = {{"Fps", {}}};
-    return info;
-  }
 
  private:
   Lines& mLog;
 };
 
-AsyncTriggerPayload Payload(int id) {
-  AsyncTriggerPayload payload;
-  payload.triggerId = id;
-  return payload;
-}
+AsyncTriggerPayload Payload(int id) { return GameWorld::Trigger(id, ""); }
 
 TEST(HostFrameworkTest, SteppedOrderAtOneInstantIsActionsTriggersMetersThenTheRound) {
   gorv::HostEnv::Get().Reset();
@@ -126,28 +115,23 @@ TEST(HostFrameworkTest, TheClassifierAnswersUnderItsOwnKeyOnly) {
 }
 
 TEST(HostFrameworkTest, ProcessesAreFoundByTheFirstArgumentOfTheirCommandLine) {
-  std::filesystem::path proc =
-      std::filesystem::temp_directory_path() / ("gorv-proc-" + std::to_string(getpid()));
+  TempFolder proc;
   const std::pair<const char*, std::string> processes[] = {
       {"self", std::string("com.example.game\0", 17)},
       {"12", std::string("com.example.game.helper\0--x\0", 28)},
       {"17", std::string("com.example\0game\0", 17)},
       {"31", std::string("com.example.game\0--child\0", 25)},
       {"40", ""}};
-  for (const auto& [pid, cmdline] : processes) {
-    std::filesystem::create_directories(proc / pid);
-    std::ofstream(proc / pid / "cmdline", std::ios::binary) << cmdline;
-  }
+  for (const auto& [pid, cmdline] : processes) proc.Write(std::string(pid) + "/cmdline", cmdline);
   const std::pair<const char*, int> lookups[] = {{"com.example.game", 31},
                                                  {"com.example", 17},
                                                  {"com.example.game.h", -1},
                                                  {"game", -1},
                                                  {"", -1}};
   for (const auto& [package, pid] : lookups) {
-    EXPECT_EQ(HostProcesses::ScanProc(proc.string(), package), pid) << package;
+    EXPECT_EQ(HostProcesses::ScanProc(proc.path(), package), pid) << package;
   }
-  EXPECT_EQ(HostProcesses::ScanProc((proc / "missing").string(), "com.example"), -1);
-  std::filesystem::remove_all(proc);
+  EXPECT_EQ(HostProcesses::ScanProc(proc.path() + "/missing", "com.example"), -1);
 }
 
 // The registry's factory signature takes the record by value.
@@ -158,7 +142,7 @@ TEST(HostFrameworkTest, LoaderErrorsSayWhatIsMissing) {
   std::string error;
   EXPECT_FALSE(PluginLoader::Load("/nonexistent/libnothing.so", &error));
   EXPECT_EQ(error.rfind("cannot load /nonexistent/libnothing.so: ", 0), 0u) << error;
-  EXPECT_EQ(PluginLoader::Create("NOPE", ProbeFeature::Info(), &error), nullptr);
+  EXPECT_EQ(PluginLoader::Create("NOPE", GameWorld::Info(), &error), nullptr);
   EXPECT_EQ(error, "no feature registered under \"NOPE\"");
   {
     std::lock_guard<std::mutex> lock(FeatureRegistry::mMutex);
@@ -166,7 +150,7 @@ TEST(HostFrameworkTest, LoaderErrorsSayWhatIsMissing) {
       FeatureRegistry::classList = new FeatureRegistry::Map();
     (*FeatureRegistry::classList)["NULL"] = &NullFactory;
   }
-  EXPECT_EQ(PluginLoader::Create("NULL", ProbeFeature::Info(), &error), nullptr);
+  EXPECT_EQ(PluginLoader::Create("NULL", GameWorld::Info(), &error), nullptr);
   EXPECT_EQ(error, "the factory of \"NULL\" returned null");
 }
 

@@ -14,7 +14,6 @@
 
 #include <atomic>
 #include <filesystem>
-#include <fstream>
 #include <functional>
 #include <map>
 #include <memory>
@@ -25,6 +24,7 @@
 
 #include "tests/support/AllocationFault.h"
 #include "tests/support/LogCapture.h"
+#include "tests/support/TempFolder.h"
 
 namespace {
 
@@ -131,19 +131,13 @@ struct StatementTrace {
 
 class LMDatabaseTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    std::string pattern = (std::filesystem::temp_directory_path() / "gorv-db-XXXXXX").string();
-    ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-    dir = pattern + "/";
-    path = dir + "apps.db";
-  }
   void TearDown() override {
     gWriteFault = SQLITE_OK;
     sqlite3_vfs_unregister(FaultVfs());
-    std::filesystem::remove_all(dir);
   }
-  std::string dir;
-  std::string path;
+  TempFolder folder;
+  const std::string dir = folder.path() + "/";
+  const std::string path = dir + "apps.db";
 };
 
 TEST_F(LMDatabaseTest, AFlushRunsOneTransactionWithTheTableStatements) {
@@ -248,7 +242,7 @@ TEST_F(LMDatabaseTest, NamesPathsAndFilesThatCannotBeUsed) {
 
   LMDatabase<AppState> unopenable("apps", dir + "missing/", "apps.db");
   EXPECT_EQ(unopenable.LMDatabaseInit(), -1);
-  std::ofstream(dir + "text.db") << std::string(4096, 'x');
+  folder.Write("text.db", std::string(4096, 'x'));
   LMDatabase<AppState> notADatabase("apps", dir, "text.db");
   EXPECT_EQ(notADatabase.LMDatabaseInit(), -1);
   EXPECT_EQ(

@@ -50,19 +50,11 @@ struct Step {
 
 class GameSessionTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    HostLocator::Get().SetClass("com.example.other", 2);  // a game without a process
-    runner = std::make_unique<SteppedRunner>();
-    logs = std::make_unique<LogCapture>();
-  }
+  // "com.example.other": a game without a process.
+  void SetUp() override { HostLocator::Get().SetClass("com.example.other", 2); }
   // Every session logs exactly these lines.
-  void TearDown() override { EXPECT_EQ(logs->Messages(), expectedLogs); }
+  void TearDown() override { EXPECT_EQ(logs.Messages(), expectedLogs); }
 
-  void Create(const Lines& ignoreList = {}) {
-    FeatureInfo info = GameWorld::Info();
-    info.ignoreList = ignoreList;
-    runner->Adopt(world.CreateFeature(info));
-  }
   void Schedule(const std::vector<Step>& steps) {
     for (const Step& step : steps) {
       if (step.id == kSetFps) {
@@ -76,7 +68,9 @@ class GameSessionTest : public ::testing::Test {
   // Creates the feature, runs the steps to `endMs`, destroys the feature as
   // the framework does at exit and returns the effects.
   Lines Run(const std::vector<Step>& steps, int64_t endMs, const Lines& ignoreList = {}) {
-    if (runner->feature() == nullptr) Create(ignoreList);
+    FeatureInfo info = GameWorld::Info();
+    info.ignoreList = ignoreList;
+    runner->Adopt(world.CreateFeature(info));
     Schedule(steps);
     runner->RunUntil(endMs);
     roundPending = runner->PendingRoundMs().has_value();
@@ -85,8 +79,8 @@ class GameSessionTest : public ::testing::Test {
   }
 
   GameWorld world;
-  std::unique_ptr<SteppedRunner> runner;
-  std::unique_ptr<LogCapture> logs;
+  std::unique_ptr<SteppedRunner> runner = std::make_unique<SteppedRunner>();
+  LogCapture logs;
   Lines expectedLogs = {kInitialized};
   bool roundPending = false;
 };

@@ -11,6 +11,7 @@
 #include "tests/support/AllocationFault.h"
 #include "tests/support/GameWorld.h"
 #include "tests/support/LogCapture.h"
+#include "tests/support/TempFolder.h"
 
 // The tests load a second copy of libgorv.so on purpose; its globals are
 // the same definitions at other addresses, which is what AddressSanitizer's
@@ -28,12 +29,10 @@ Feature* OtherFactory(FeatureInfo) { return nullptr; }
 // library of its own, so its registration runs again, as when two plug-ins
 // with the same key are installed.
 std::string CopyOfPlugin(const std::string& name) {
-  std::filesystem::path dir = std::filesystem::temp_directory_path() / "gorv-registration";
-  std::filesystem::create_directories(dir);
-  std::filesystem::path copy = dir / name;
-  std::filesystem::copy_file(GORV_PLUGIN_PATH, copy,
-                             std::filesystem::copy_options::overwrite_existing);
-  return copy.string();
+  static const TempFolder folder;
+  std::string copy = folder.path() + "/" + name;
+  std::filesystem::copy_file(GORV_PLUGIN_PATH, copy);
+  return copy;
 }
 
 FeatureRegistry::Factory Registered(const std::string& key) {

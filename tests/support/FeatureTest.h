@@ -14,6 +14,7 @@
 #include "feature/GorvFeature.h"
 #include "host/platform/HostEnv.h"
 #include "meter/GorvMetaMeter.h"
+#include "tests/support/GameWorld.h"
 #include "tests/support/TempSysfsRoot.h"
 
 class FeatureTest : public ::testing::Test {
@@ -46,11 +47,6 @@ class FeatureTest : public ::testing::Test {
   }
 
   TempSysfsRoot sysfs;
-  FeatureInfo info = [] {
-    FeatureInfo fps;
-    fps.name = "GORV";
-    fps.meterInfos = {{"Fps", {}}};
-    return fps;
-  }();
+  FeatureInfo info = GameWorld::Info();
   std::unique_ptr<GorvFeature> feature;
 };

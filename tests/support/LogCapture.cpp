@@ -1,7 +1,5 @@
 #include "tests/support/LogCapture.h"
 
-#include <android/log.h>
-
 #include <atomic>
 #include <cstring>
 
@@ -11,14 +9,16 @@ namespace {
 std::atomic<LogCapture*> gActive{nullptr};
 }  // namespace
 
-void CaptureLine(int priority, const char* tag, const char* message) {
+void LogCapture::Capture(const __android_logger_data* data, const char* message) {
   LogCapture* capture = gActive.load();
   if (capture == nullptr) return;
   std::lock_guard<std::mutex> lock(capture->mMutex);
   try {
-    std::string text = LogCapture::MaskLine(message ? message : "");
-    if (priority != ANDROID_LOG_ERROR || tag == nullptr || std::strcmp(tag, "ANDR-PERF-LM") != 0) {
-      text = "[" + std::to_string(priority) + " " + (tag ? tag : "") + "] " + text;
+    std::string text = MaskLine(message ? message : "");
+    const char* tag = data->tag;
+    if (data->priority != ANDROID_LOG_ERROR || tag == nullptr ||
+        std::strcmp(tag, "ANDR-PERF-LM") != 0) {
+      text = "[" + std::to_string(data->priority) + " " + (tag ? tag : "") + "] " + text;
     }
     capture->mMessages.push_back(text);
   } catch (...) {
@@ -27,15 +27,9 @@ void CaptureLine(int priority, const char* tag, const char* message) {
   }
 }
 
-namespace {
-void Logger(const __android_logger_data* data, const char* message) {
-  CaptureLine(data->priority, data->tag, message);
-}
-}  // namespace
-
 LogCapture::LogCapture() {
   gActive.store(this);
-  __android_log_set_logger(Logger);
+  __android_log_set_logger(Capture);
 }
 
 LogCapture::~LogCapture() {

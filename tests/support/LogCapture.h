@@ -7,6 +7,8 @@
 // pins those too. Thread-safe; one capture at a time.
 #pragma once
 
+#include <android/log.h>
+
 #include <mutex>
 #include <string>
 #include <vector>
@@ -23,7 +25,8 @@ class LogCapture {
   static std::string MaskLine(const std::string& message);
 
  private:
-  friend void CaptureLine(int priority, const char* tag, const char* message);
+  // liblog's logger: appends to the capture alive, if any.
+  static void Capture(const __android_logger_data* data, const char* message);
   mutable std::mutex mMutex;
   std::vector<std::string> mMessages;
 };
