@@ -113,7 +113,6 @@ TEST(AllocationFailureTest, EveryAllocationOfASessionMayFail) {
     ASSERT_TRUE(gorv::HostEnv::Get().HeldPerfLocks().empty()) << "failing allocation " << n;
   }
   MeterService::Install(nullptr);
-  RecordProperty("allocation_points", static_cast<int>(allocations));
   std::printf("allocation points tried: %ld\n", allocations);
 }
 
@@ -212,7 +211,6 @@ TEST(PartialFeatureTest, EveryNonThrowingAllocationOfASessionMayFail) {
     EXPECT_EQ(got.logs, want.logs);
     EXPECT_TRUE(got.locksHeld.empty());
   }
-  RecordProperty("nothrow_allocation_points", static_cast<int>(whole.nothrowAllocations));
 }
 
 }  // namespace

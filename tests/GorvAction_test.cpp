@@ -146,16 +146,12 @@ TEST_F(GorvActionTest, NoTraceWithoutThePropertyOrTheAlwaysTag) {
   }
 }
 
-TEST_F(GorvActionTest, AnalyseProfilesAveragesTheQueueAndAppliesTheRule) {
+TEST_F(GorvActionTest, AFailedAnalysisKeepsTheTargetAndTheLock) {
+  // The sessions show a round's analysis; here a target and a lock are set
+  // up by hand and kept through the rounds that fail.
   GorvDataManager* data = feature->mDataManager;
-  for (float fps : {60.0f, 59.0f}) {
-    meter().mFps = fps;
-    data->collectFPS(nullptr);
-  }
-  action().analyseProfiles(nullptr);
-  EXPECT_EQ(FpsWrites(), Lines{"60"});
-  EXPECT_EQ(action().mPerfHandle, 1);
-
+  Feed({60});
+  action().applyAction();
   LogCapture logs;
   data->mDataElems[FPS].minInterval = 400;  // finer than the row allows: refused
   action().analyseProfiles(nullptr);

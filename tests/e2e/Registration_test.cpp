@@ -75,7 +75,6 @@ TEST(RegistrationTest, LoadingRegistersGorvBesideOtherPluginsAndTheFirstFactoryW
   std::unique_ptr<Feature> feature(world.CreateFeature());
   ASSERT_NE(feature, nullptr);
   EXPECT_EQ(feature->name, "GORV");
-  EXPECT_EQ(feature->periodicInterval.load(), 200);
 
   // Without memory the factory returns null and throws nothing.
   ArmAllocationFailure(-1);
