@@ -57,7 +57,7 @@ void InPlugin(Call call) {
 // vendor disable and enable, stop, destruction. Returns the number of
 // allocations the plug-in made.
 long Session(long failAt) {
-  const FeatureInfo info{"GORV", {}, {}, {}, {}, {{"Fps", {}}}, ""};
+  const FeatureInfo info = GameWorld::Info();
   const std::atomic<bool> running{true};
   FpsMeter reading("Fps", 60.0f);
   ArmAllocationFailure(failAt, Allocations::kAll);

@@ -31,12 +31,7 @@ GameWorld::GameWorld() {
 
 GameWorld::~GameWorld() { HostProcesses::Get().UseProc(); }
 
-FeatureInfo GameWorld::Info() {
-  FeatureInfo info;
-  info.name = "GORV";
-  info.meterInfos = {{"Fps", {}}};
-  return info;
-}
+FeatureInfo GameWorld::Info() { return {"GORV", {}, {}, {}, {}, {{"Fps", {}}}, ""}; }
 
 Feature* GameWorld::CreateFeature(const FeatureInfo& info) {
   std::string error;
