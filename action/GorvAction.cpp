@@ -15,8 +15,8 @@
 namespace {
 
 constexpr const char* kTag = "GORV_ACTION";
-constexpr float kChangeBand = 5.0f;     // fps around the target that do not move it
-constexpr float kLockDeficit = 3.0f;    // fps below the target that drop the lock
+constexpr float kChangeBand = 5.0f;   // fps around the target that do not move it
+constexpr float kLockDeficit = 3.0f;  // fps below the target that drop the lock
 constexpr int kTaskPeriodMs = 400;
 constexpr int kSamplePeriodMs = 200;
 constexpr int kAverageDurationMs = 400;
@@ -40,8 +40,8 @@ float DetectionBucket(float maxFps) {
     float upTo;
     float target;
   };
-  static constexpr Bucket kBuckets[] = {{21, 20},  {26, 25},  {31, 30},  {36, 35},  {45, 40},
-                                        {65, 60},  {95, 90},  {125, 120}, {145, 144}};
+  static constexpr Bucket kBuckets[] = {{21, 20}, {26, 25}, {31, 30},   {36, 35},  {45, 40},
+                                        {65, 60}, {95, 90}, {125, 120}, {145, 144}};
   if (!(maxFps > 15.0f)) return 0.0f;  // also NaN
   for (const Bucket& bucket : kBuckets) {
     if (maxFps <= bucket.upTo) return bucket.target;

@@ -108,9 +108,9 @@ void BM_PeriodicRound(benchmark::State& state) {
   std::unique_ptr<GorvFeature> feature = ActiveSession(world);
   int64_t allocations = AllocationCounter::Allocations();
   for (auto _ : state) Round(*feature);
-  state.counters["allocs_per_round"] = benchmark::Counter(
-      static_cast<double>(AllocationCounter::Allocations() - allocations),
-      benchmark::Counter::kAvgIterations);
+  state.counters["allocs_per_round"] =
+      benchmark::Counter(static_cast<double>(AllocationCounter::Allocations() - allocations),
+                         benchmark::Counter::kAvgIterations);
 }
 BENCHMARK(BM_PeriodicRound);
 

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <functional>
 #include <exception>
+#include <functional>
 #include <string>
 
 #include "intervals/GorvIntervalsCounter.h"
@@ -148,7 +148,8 @@ void GorvDataManager::setTriggerPayload(AsyncTriggerPayload& payload) {
     stored.uid = payload.uid;
     stored.displayId = payload.displayId;
     stored.flags = payload.flags;
-    std::copy(std::begin(payload.reserved), std::end(payload.reserved), std::begin(stored.reserved));
+    std::copy(std::begin(payload.reserved), std::end(payload.reserved),
+              std::begin(stored.reserved));
     if (&payload != &stored) stored.args = payload.args;
     stored.cookie = payload.cookie;
   } catch (const std::exception& e) {

@@ -53,7 +53,8 @@ int LMDatabase<AppState>::openLMdb() {
   }
   // WAL keeps a flush atomic and the file whole across crashes; an
   // in-memory database has no journal to choose.
-  if (!mDbFile.empty() && sqlite3_exec(mDb, "PRAGMA journal_mode=WAL", nullptr, nullptr, nullptr) != 0) {
+  if (!mDbFile.empty() &&
+      sqlite3_exec(mDb, "PRAGMA journal_mode=WAL", nullptr, nullptr, nullptr) != 0) {
     GORV_LOG_SHORT("openLMdb", "sql:ERROR:Dbt=%s info=%s\n", name.c_str(), sqlite3_errmsg(mDb));
   }
   return createLMdbTables();
@@ -119,8 +120,9 @@ int LMDatabase<AppState>::writeCachedDRToDisk() {
     // Both texts first: nothing below the first prepare builds a string.
     std::string insertSql =
         "INSERT INTO " + mTableName + "(intcol1, appName, rsvdName, blob) VALUES (?,?,?,?)";
-    std::string updateSql = "UPDATE " + mTableName + " " +
-                            "SET (intcol1, appName, rsvdName, blob) = (?,?,?,?) WHERE (rowid) = (?)";
+    std::string updateSql =
+        "UPDATE " + mTableName + " " +
+        "SET (intcol1, appName, rsvdName, blob) = (?,?,?,?) WHERE (rowid) = (?)";
     if (!prepareOrLog(insertSql, &insert) || !prepareOrLog(updateSql, &update)) {
       sqlite3_finalize(insert);  // or the connection could never close
       return -1;
@@ -248,7 +250,8 @@ void LMDatabase<AppState>::build_query_for_where_clause(LMDBDataRowKey& key, std
     if (!hasApp && !hasRsvd && !hasInt) return;
     const char* separator = "";
     query += "WHERE (";
-    for (auto [set, name] : {std::pair{hasApp, "appName"}, {hasRsvd, "rsvdName"}, {hasInt, "intcol1"}}) {
+    for (auto [set, name] :
+         {std::pair{hasApp, "appName"}, {hasRsvd, "rsvdName"}, {hasInt, "intcol1"}}) {
       if (!set) continue;
       query += separator;
       query += name;

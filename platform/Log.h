@@ -9,11 +9,11 @@
 #define GORV_LOG_TAG "ANDR-PERF-LM"
 
 // "<classTag>: <func>() <line>: " followed by the formatted message.
-#define GORV_LOG(classTag, func, fmt, ...) \
+#define GORV_LOG(classTag, func, fmt, ...)                                                  \
   __android_log_print(ANDROID_LOG_ERROR, GORV_LOG_TAG, "%s: %s() %d: " fmt, classTag, func, \
                       __LINE__, ##__VA_ARGS__)
 
 // "<func>() <line>: " followed by the formatted message (SQL error lines).
-#define GORV_LOG_SHORT(func, fmt, ...) \
+#define GORV_LOG_SHORT(func, fmt, ...)                                                  \
   __android_log_print(ANDROID_LOG_ERROR, GORV_LOG_TAG, "%s() %d: " fmt, func, __LINE__, \
                       ##__VA_ARGS__)

@@ -19,6 +19,6 @@ class FrameRateSource {
 
  private:
   std::mutex mMutex;
-  Function mFunction;  // guarded by mMutex; empty means the constant
+  Function mFunction;      // guarded by mMutex; empty means the constant
   float mConstant = 0.0f;  // guarded by mMutex
 };

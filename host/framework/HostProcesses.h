@@ -25,6 +25,6 @@ class HostProcesses {
 
  private:
   std::mutex mMutex;
-  bool mUseTable = false;               // guarded by mMutex
-  std::map<std::string, int> mTable;    // guarded by mMutex
+  bool mUseTable = false;             // guarded by mMutex
+  std::map<std::string, int> mTable;  // guarded by mMutex
 };

@@ -14,8 +14,7 @@ bool PluginLoader::Load(const std::string& path, std::string* error) {
   return false;
 }
 
-Feature* PluginLoader::Create(const std::string& key, const FeatureInfo& info,
-                              std::string* error) {
+Feature* PluginLoader::Create(const std::string& key, const FeatureInfo& info, std::string* error) {
   FeatureRegistry::Factory factory = nullptr;
   {
     std::lock_guard<std::mutex> lock(FeatureRegistry::mMutex);
@@ -29,6 +28,7 @@ Feature* PluginLoader::Create(const std::string& key, const FeatureInfo& info,
     return nullptr;
   }
   Feature* feature = factory(info);
-  if (feature == nullptr && error != nullptr) *error = "the factory of \"" + key + "\" returned null";
+  if (feature == nullptr && error != nullptr)
+    *error = "the factory of \"" + key + "\" returned null";
   return feature;
 }

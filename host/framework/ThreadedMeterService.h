@@ -32,7 +32,7 @@ class ThreadedMeterService : public MeterService {
   const std::chrono::milliseconds mLatency;
   std::mutex mMutex;
   std::condition_variable mWake;
-  std::deque<Run> mRuns;  // guarded by mMutex; due order (fixed latency)
+  std::deque<Run> mRuns;   // guarded by mMutex; due order (fixed latency)
   bool mStopping = false;  // guarded by mMutex
   std::thread mThread;
 };

@@ -225,7 +225,9 @@ std::vector<HostEvent> HostEnv::TraceEvents() const {
       {HostEvent::Kind::TraceCounter, HostEvent::Kind::TraceBegin, HostEvent::Kind::TraceEnd});
 }
 
-std::vector<HostEvent> HostEnv::NodeWrites() const { return eventsOf({HostEvent::Kind::NodeWrite}); }
+std::vector<HostEvent> HostEnv::NodeWrites() const {
+  return eventsOf({HostEvent::Kind::NodeWrite});
+}
 
 void HostEnv::SetRecordEvents(bool record) {
   std::lock_guard<std::mutex> lock(mMutex);

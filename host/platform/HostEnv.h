@@ -26,14 +26,21 @@ namespace gorv {
 
 // One observable effect of the plug-in on the platform.
 struct HostEvent {
-  enum class Kind { NodeWrite, PerfLockAcquire, PerfLockRelease, TraceCounter, TraceBegin, TraceEnd };
+  enum class Kind {
+    NodeWrite,
+    PerfLockAcquire,
+    PerfLockRelease,
+    TraceCounter,
+    TraceBegin,
+    TraceEnd
+  };
   Kind kind;
-  std::string name;          // node path as the feature knows it, or trace name
-  std::string text;          // text written to a node
-  int64_t value = 0;         // trace counter value
-  int32_t handle = -1;       // perf lock: result of acquire, argument of release
+  std::string name;                // node path as the feature knows it, or trace name
+  std::string text;                // text written to a node
+  int64_t value = 0;               // trace counter value
+  int32_t handle = -1;             // perf lock: result of acquire, argument of release
   std::vector<int32_t> resources;  // perf lock acquire: the request list
-  int64_t timeNs = 0;        // monotonic time of the effect (virtual or real)
+  int64_t timeNs = 0;              // monotonic time of the effect (virtual or real)
 };
 
 class HostEnv : public Env {
@@ -103,18 +110,18 @@ class HostEnv : public Env {
   std::vector<HostEvent> eventsOf(std::initializer_list<HostEvent::Kind> kinds) const;
 
   mutable std::mutex mMutex;
-  bool mVirtualClock = false;                           // guarded by mMutex
-  std::chrono::nanoseconds mVirtualNow{0};              // guarded by mMutex
-  bool mPerfLockFailing = false;                        // guarded by mMutex
-  int32_t mPerfLockFailureValue = -1;                   // guarded by mMutex
-  int32_t mNextPerfHandle = 1;                          // guarded by mMutex
-  std::vector<int32_t> mHeldPerfLocks;                  // guarded by mMutex
-  bool mAlwaysTagEnabled = true;                        // guarded by mMutex
-  std::string mSysfsRoot;                               // guarded by mMutex
-  bool mRecordEvents = true;                            // guarded by mMutex
-  std::vector<HostEvent> mEvents;                       // guarded by mMutex
-  std::vector<std::pair<int, Listener>> mListeners;     // guarded by mMutex
-  int mNextListenerId = 1;                              // guarded by mMutex
+  bool mVirtualClock = false;                        // guarded by mMutex
+  std::chrono::nanoseconds mVirtualNow{0};           // guarded by mMutex
+  bool mPerfLockFailing = false;                     // guarded by mMutex
+  int32_t mPerfLockFailureValue = -1;                // guarded by mMutex
+  int32_t mNextPerfHandle = 1;                       // guarded by mMutex
+  std::vector<int32_t> mHeldPerfLocks;               // guarded by mMutex
+  bool mAlwaysTagEnabled = true;                     // guarded by mMutex
+  std::string mSysfsRoot;                            // guarded by mMutex
+  bool mRecordEvents = true;                         // guarded by mMutex
+  std::vector<HostEvent> mEvents;                    // guarded by mMutex
+  std::vector<std::pair<int, Listener>> mListeners;  // guarded by mMutex
+  int mNextListenerId = 1;                           // guarded by mMutex
 };
 
 }  // namespace gorv

@@ -30,8 +30,9 @@ TEST(ThreadStressTest, RandomTriggersAgainstThePeriodicAndMeterThreads) {
   HostLocator::Get().SetClass("com.example.racer", 2);
   HostProcesses::Get().UseTable({{GameWorld::kGame, 4242}, {"com.example.racer", 4343}});
   FrameRateSource::Get().SetFunction([](std::chrono::nanoseconds) {
-    static const float kRates[] = {0.0f, -5.0f, 14.0f, 24.0f, 30.0f, 44.0f, 59.0f, 61.0f, 90.0f,
-                                   118.0f, 144.0f, 200.0f, std::numeric_limits<float>::quiet_NaN()};
+    constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
+    static const float kRates[] = {0.0f,  -5.0f, 14.0f,  24.0f,  30.0f,  44.0f, 59.0f,
+                                   61.0f, 90.0f, 118.0f, 144.0f, 200.0f, kNaN};
     thread_local std::mt19937 random(7);
     return kRates[random() % (sizeof(kRates) / sizeof(kRates[0]))];
   });
@@ -48,7 +49,8 @@ TEST(ThreadStressTest, RandomTriggersAgainstThePeriodicAndMeterThreads) {
     std::mt19937 random(1234);
     for (int i = 0; i < kTriggers; ++i) {
       int id = ids[random() % 8];
-      int value = id == 4222 ? static_cast<int>(random() % 3) : static_cast<int>(random() % 160) - 10;
+      int value =
+          id == 4222 ? static_cast<int>(random() % 3) : static_cast<int>(random() % 160) - 10;
       if (id == 4221 && value >= 1) allowed.insert(std::to_string(value));
       runner.Post(GameWorld::Trigger(id, components[random() % components.size()], value));
     }
