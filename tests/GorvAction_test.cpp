@@ -69,7 +69,9 @@ TEST_F(GorvActionTest, TargetMovesOnlyWhenTheHistoryMaximumLeavesTheBand) {
   EXPECT_TRUE(action().mFPSList.empty());
   Feed({58, 59, 60});
   EXPECT_EQ(FpsWrites(), Lines{"60"});
-  EXPECT_FALSE(action().isGameFPSChange(0.0f, 60.0f));
+  // A change is more than 5 fps either way from the maximum (60).
+  EXPECT_FALSE(action().isGameFPSChange(0.0f, 65.0f) || action().isGameFPSChange(0.0f, 55.0f));
+  EXPECT_TRUE(action().isGameFPSChange(0.0f, 66.0f) && action().isGameFPSChange(0.0f, 54.0f));
 
   // The maximum of the last five drives the target: four 50s keep the 60 in
   // the history; the fifth pushes it out, the maximum leaves the band and
