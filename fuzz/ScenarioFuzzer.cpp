@@ -64,9 +64,9 @@ RunResult RunOf(const Scenario& scenario, const std::string& logText) {
 
 void CheckOutputs(const RunResult& result) {
   std::ostringstream trace, plot, timeline, events;
-  ChromeTraceWriter::Write(result, trace);
+  result.WriteAs<ChromeTraceWriter>(trace);
   if (!nlohmann::json::accept(trace.str())) Fail("the trace is not valid JSON");
-  SvgPlotWriter::Write(result, plot);
+  result.WriteAs<SvgPlotWriter>(plot);
   if (plot.str().size() > (size_t{1} << 20)) Fail("the plot is larger than 1 MiB");
   if (plot.str().find("</svg>") == std::string::npos) Fail("the plot is cut short");
   TimelinePrinter::Print(result, timeline);
@@ -75,7 +75,7 @@ void CheckOutputs(const RunResult& result) {
       Fail("a raw control byte in the timeline");
     }
   }
-  JsonLinesWriter::Write(result, events);
+  result.WriteAs<JsonLinesWriter>(events);
   std::istringstream lines(events.str());
   for (std::string line; std::getline(lines, line);) {
     if (!nlohmann::json::accept(line)) Fail("an --events line is not valid JSON");

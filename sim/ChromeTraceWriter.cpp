@@ -54,11 +54,6 @@ struct ChromeTraceWriter::State {
 ChromeTraceWriter::ChromeTraceWriter(std::ostream& out) : mOut(out) {}
 ChromeTraceWriter::~ChromeTraceWriter() = default;
 
-void ChromeTraceWriter::Write(const RunResult& result, std::ostream& out) {
-  ChromeTraceWriter writer(out);
-  result.Replay(writer);
-}
-
 void ChromeTraceWriter::Begin(const RunInfo& info) { mState = std::make_unique<State>(info); }
 
 void ChromeTraceWriter::Event(const SimEvent& event) {

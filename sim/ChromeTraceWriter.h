@@ -14,7 +14,6 @@
 #include <ostream>
 
 #include "sim/BucketBudget.h"
-#include "sim/RunResult.h"
 #include "sim/RunSink.h"
 
 class ChromeTraceWriter : public RunSink {
@@ -27,9 +26,6 @@ class ChromeTraceWriter : public RunSink {
   void Begin(const RunInfo& info) override;
   void Event(const SimEvent& event) override;
   void End(const RunEnd& end) override;
-
-  // A whole run at once.
-  static void Write(const RunResult& result, std::ostream& out);
 
  private:
   struct State;

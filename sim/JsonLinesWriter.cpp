@@ -4,11 +4,6 @@
 
 #include "sim/EventLog.h"
 
-void JsonLinesWriter::Write(const RunResult& result, std::ostream& out) {
-  JsonLinesWriter writer(out);
-  result.Replay(writer);
-}
-
 void JsonLinesWriter::Event(const SimEvent& event) {
   if (event.IsEffect()) mOut << Line(event) << '\n';
 }

@@ -8,7 +8,6 @@
 #include <ostream>
 #include <string>
 
-#include "sim/RunResult.h"
 #include "sim/RunSink.h"
 
 class JsonLinesWriter : public RunSink {
@@ -18,8 +17,6 @@ class JsonLinesWriter : public RunSink {
   void Event(const SimEvent& event) override;
   void End(const RunEnd& end) override;
 
-  // A whole run at once.
-  static void Write(const RunResult& result, std::ostream& out);
   // The line of one effect (no line feed).
   static std::string Line(const SimEvent& event);
 

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <ostream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -18,6 +19,13 @@ struct RunResult {
     sink.Begin(info);
     for (const SimEvent& event : events) sink.Event(event);
     sink.End(end);
+  }
+  // Writes the run through an output sink constructed on `out`
+  // (e.g. WriteAs<SvgPlotWriter>(file)).
+  template <class Writer>
+  void WriteAs(std::ostream& out) const {
+    Writer writer(out);
+    Replay(writer);
   }
 };
 

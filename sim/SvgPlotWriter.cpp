@@ -173,11 +173,6 @@ struct SvgPlotWriter::State {
 SvgPlotWriter::SvgPlotWriter(std::ostream& out) : mOut(out) {}
 SvgPlotWriter::~SvgPlotWriter() = default;
 
-void SvgPlotWriter::Write(const RunResult& result, std::ostream& out) {
-  SvgPlotWriter writer(out);
-  result.Replay(writer);
-}
-
 void SvgPlotWriter::Begin(const RunInfo& info) { mState = std::make_unique<State>(info); }
 
 void SvgPlotWriter::Event(const SimEvent& event) {

@@ -12,7 +12,6 @@
 #include <memory>
 #include <ostream>
 
-#include "sim/RunResult.h"
 #include "sim/RunSink.h"
 
 class SvgPlotWriter : public RunSink {
@@ -24,9 +23,6 @@ class SvgPlotWriter : public RunSink {
   void Begin(const RunInfo& info) override;
   void Event(const SimEvent& event) override;
   void End(const RunEnd& end) override;
-
-  // A whole run at once.
-  static void Write(const RunResult& result, std::ostream& out);
 
  private:
   struct State;

@@ -171,8 +171,8 @@ TEST_F(PerfettoReplayTest, TheReportsMarkTheJankyFrames) {
                                 "/game.txt, 3 frames (2 flagged janky by the trace)\n\n"),
             std::string::npos)
       << timeline.str();
-  SvgPlotWriter::Write(result, plot);
-  ChromeTraceWriter::Write(result, trace);
+  result.WriteAs<SvgPlotWriter>(plot);
+  result.WriteAs<ChromeTraceWriter>(trace);
   auto count = [](const std::string& text, const std::string& what) {
     size_t n = 0;
     for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++n;

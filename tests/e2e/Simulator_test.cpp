@@ -31,7 +31,7 @@ class SimulatorTest : public SimFolderTest {
     EXPECT_TRUE(ScenarioParser::Parse("test.scn", dir, text, &scenario, &error)) << error;
     EXPECT_TRUE(Simulator::Run(scenario, {GORV_PLUGIN_PATH, false}, &result, &error)) << error;
     std::ostringstream out;
-    JsonLinesWriter::Write(result, out);
+    result.WriteAs<JsonLinesWriter>(out);
     Lines lines;
     std::istringstream in(out.str());
     for (std::string line; std::getline(in, line);) lines.push_back(LogCapture::MaskLine(line));
@@ -191,7 +191,7 @@ TEST_F(SimulatorTest, TheTraceAndThePlotOfTheBuiltInScenario) {
   ASSERT_TRUE(Simulator::Run(scenario, {GORV_PLUGIN_PATH, false}, &result, &error)) << error;
 
   std::ostringstream trace;
-  ChromeTraceWriter::Write(result, trace);
+  result.WriteAs<ChromeTraceWriter>(trace);
   nlohmann::json parsed = nlohmann::json::parse(trace.str());
   std::map<std::string, int> counts;
   for (const auto& event : parsed.at("traceEvents")) {
@@ -205,7 +205,7 @@ TEST_F(SimulatorTest, TheTraceAndThePlotOfTheBuiltInScenario) {
   EXPECT_EQ(counts["i write fps = 30"], 1);
 
   std::ostringstream plot;
-  SvgPlotWriter::Write(result, plot);
+  result.WriteAs<SvgPlotWriter>(plot);
   EXPECT_EQ(plot.str().rfind("<svg", 0), 0u);
   EXPECT_NE(plot.str().find("performance lock held"), std::string::npos);
   EXPECT_NE(plot.str().find("fps-hint 30"), std::string::npos);
