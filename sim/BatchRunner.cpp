@@ -5,6 +5,7 @@
 #include <iostream>
 #include <set>
 
+#include "sim/ExitStatus.h"
 #include "sim/OutputFile.h"
 #include "sim/TimelinePrinter.h"
 
@@ -104,8 +105,8 @@ bool CreateFolders(const ScenarioJob::Outputs& options, std::string* error) {
 }
 
 std::string StatusText(const ScenarioJob::Outcome& outcome) {
-  if (outcome.status == 3) return "plug-in ended";
-  if (!outcome.ran) return outcome.status == 2 ? "bad input" : "failed";
+  if (outcome.status == ExitStatus::kPluginEnded) return "plug-in ended";
+  if (!outcome.ran) return outcome.status == ExitStatus::kBadInput ? "bad input" : "failed";
   return outcome.written ? "ok" : "write failed";
 }
 
@@ -156,15 +157,16 @@ int BatchRunner::Run(const Request& request, bool* pipeClosed) {
   if (!ListScenarios(request.scenarios, &plan, &error) ||
       !ResolveAll(request.outputs, &plan, &error) || !CreateFolders(request.outputs, &error)) {
     std::cerr << "gorv-sim: " << error << "\n";
-    return 2;
+    return ExitStatus::kBadInput;
   }
   std::vector<ScenarioJob::Outcome> outcomes;
-  int status = 0;
+  int status = ExitStatus::kDone;
   for (size_t i = 0; i < plan.scenarios.size(); ++i) {
     outcomes.push_back(ScenarioJob::Run(plan.scenarios[i], plan.outputs[i], request.settings));
     *pipeClosed = outcomes.back().pipeClosed;
     // An interrupted run (128+N) or a closed standard output ends the batch.
-    if (outcomes.back().status > 3 || *pipeClosed) return outcomes.back().status;
+    if (outcomes.back().status >= ExitStatus::kBySignal || *pipeClosed)
+      return outcomes.back().status;
     status = std::max(status, outcomes.back().status);
   }
   if (!plan.table) return status;
@@ -173,7 +175,7 @@ int BatchRunner::Run(const Request& request, bool* pipeClosed) {
   if (!out || !out->Close(&error)) {
     *pipeClosed = out && out->PipeClosed();
     if (!*pipeClosed) std::cerr << "gorv-sim: " << error << "\n";
-    return std::max(status, 1);
+    return std::max(status, ExitStatus::kNotRun);
   }
   return status;
 }

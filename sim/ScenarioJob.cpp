@@ -7,6 +7,7 @@
 #include "sim/ChildRun.h"
 #include "sim/ChromeTraceWriter.h"
 #include "sim/EventLog.h"
+#include "sim/ExitStatus.h"
 #include "sim/ExpectChecker.h"
 #include "sim/JsonLinesWriter.h"
 #include "sim/OutputFile.h"
@@ -17,8 +18,6 @@
 #include "sim/TimelinePrinter.h"
 
 namespace {
-
-constexpr int kNotRun = 1, kBadInput = 2, kPluginEnded = 3;
 
 // Hands each call to every output in turn.
 class FanOut : public RunSink {
@@ -129,15 +128,15 @@ int StatusOf(const ChildRun::Result& run, bool written, bool passed) {
   switch (run.outcome) {
     case ChildRun::Outcome::Failed:
       std::cerr << "gorv-sim: " << run.message << "\n";
-      return kNotRun;
+      return ExitStatus::kNotRun;
     case ChildRun::Outcome::Aborted:
       std::cerr << "gorv-sim: " << run.message << "\n";
-      return kPluginEnded;
+      return ExitStatus::kPluginEnded;
     case ChildRun::Outcome::Interrupted:
       std::cerr << "gorv-sim: " << run.message << "; the outputs hold the run up to then\n";
-      return 128 + run.signal;
+      return ExitStatus::kBySignal + run.signal;
     default:
-      return written && passed ? 0 : kNotRun;
+      return written && passed ? ExitStatus::kDone : ExitStatus::kNotRun;
   }
 }
 
@@ -152,14 +151,14 @@ ScenarioJob::Outcome ScenarioJob::Run(const std::string& scenarioPath, const Out
   if (!ParseScenario(scenarioPath, &scenario, &error) ||
       (!paths.expect.empty() && !EventLog::Load(paths.expect, &expected, &error))) {
     std::cerr << "gorv-sim: " << error << "\n";
-    outcome.status = kBadInput;
+    outcome.status = ExitStatus::kBadInput;
     return outcome;
   }
   // Before anything is written: the plug-in's nodes must have a place.
   std::unique_ptr<PrivateSysfs> sysfs = PrivateSysfs::Make(&error);
   if (!sysfs) {
     std::cerr << "gorv-sim: " << error << "\n";
-    outcome.status = kNotRun;
+    outcome.status = ExitStatus::kNotRun;
     return outcome;
   }
   OpenOutputs outputs;
@@ -167,7 +166,7 @@ ScenarioJob::Outcome ScenarioJob::Run(const std::string& scenarioPath, const Out
   Tally tally;
   outputs.sinks.Add(&tally);
   if (!OpenAll(scenario, paths, std::move(expected), settings.comparison, &outputs, &checker)) {
-    outcome.status = kNotRun;
+    outcome.status = ExitStatus::kNotRun;
     return outcome;
   }
   ChildRun::Result run = ChildRun::Run(scenario, settings.simulator, *sysfs, outputs.sinks,
@@ -180,7 +179,8 @@ ScenarioJob::Outcome ScenarioJob::Run(const std::string& scenarioPath, const Out
   }
   outcome.targetChanges = tally.summary.targetChanges();
   outcome.lockHeldMs = tally.summary.lockHeldMs();
-  outcome.status =
-      outcome.pipeClosed ? kNotRun : StatusOf(run, outcome.written, outcome.check != Check::Fail);
+  outcome.status = outcome.pipeClosed
+                       ? ExitStatus::kNotRun
+                       : StatusOf(run, outcome.written, outcome.check != Check::Fail);
   return outcome;
 }

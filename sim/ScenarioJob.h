@@ -24,11 +24,7 @@ class ScenarioJob {
   };
   enum class Check { None, Pass, Fail };
   struct Outcome {
-    // Exit status: 0 done (and matched); 1 the plug-in could not be run, an
-    // output could not be written or the events differ; 2 a bad scenario or
-    // expected file (nothing ran); 3 the plug-in ended its process;
-    // 128+N interrupted by signal N.
-    int status = 0;
+    int status = 0;  // an ExitStatus (kBadInput: nothing ran)
     bool ran = false;
     bool written = true;      // every output written
     bool pipeClosed = false;  // standard output went to a closed pipe

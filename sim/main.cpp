@@ -30,10 +30,9 @@
 
 #include "sim/BatchRunner.h"
 #include "sim/EventLog.h"
+#include "sim/ExitStatus.h"
 
 namespace {
-
-constexpr int kDone = 0, kNotRun = 1, kBadInput = 2;
 
 // Standard input and error, when closed, are pointed at /dev/null so that
 // no output file takes their numbers; a closed standard output is an error
@@ -75,18 +74,18 @@ int Run(int argc, char** argv) {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
     int status = app.exit(e);
-    return status == 0 ? kDone : kBadInput;
+    return status == 0 ? ExitStatus::kDone : ExitStatus::kBadInput;
   }
   for (const std::string& name : ignored) {
     SimEvent::Kind kind;
     if (!EventLog::KindOf(name, &kind)) {
       std::cerr << "gorv-sim: --ignore " << name << ": expected " << EventLog::EffectNames()
                 << "\n";
-      return kBadInput;
+      return ExitStatus::kBadInput;
     }
     request.settings.comparison.ignored.insert(kind);
   }
-  if (!CheckStandardStreams()) return kNotRun;
+  if (!CheckStandardStreams()) return ExitStatus::kNotRun;
   const char* plugin = std::getenv("GORV_PLUGIN");
   request.settings.simulator.pluginPath = plugin != nullptr ? plugin : GORV_PLUGIN_PATH;
   bool pipeClosed = false;
@@ -110,5 +109,5 @@ int main(int argc, char** argv) {
   } catch (...) {
     std::cerr << "gorv-sim: unknown error\n";
   }
-  return kNotRun;
+  return ExitStatus::kNotRun;
 }
