@@ -9,9 +9,9 @@
 #include <string>
 
 #include "perfetto_frametimeline.pb.h"
-#include "sim/FrameTimeline.h"
-#include "sim/ScenarioParser.h"
-#include "sim/Simulator.h"
+#include "sim/input/FrameTimeline.h"
+#include "sim/input/ScenarioParser.h"
+#include "sim/run/Simulator.h"
 
 namespace {
 

@@ -17,12 +17,12 @@
 #include <sstream>
 #include <string>
 
-#include "sim/ChromeTraceWriter.h"
-#include "sim/JsonLinesWriter.h"
-#include "sim/ScenarioParser.h"
-#include "sim/Simulator.h"
-#include "sim/SvgPlotWriter.h"
-#include "sim/TimelinePrinter.h"
+#include "sim/output/ChromeTraceWriter.h"
+#include "sim/output/JsonLinesWriter.h"
+#include "sim/input/ScenarioParser.h"
+#include "sim/run/Simulator.h"
+#include "sim/output/SvgPlotWriter.h"
+#include "sim/output/TimelinePrinter.h"
 
 namespace {
 

@@ -6,8 +6,8 @@
 #include <set>
 
 #include "sim/ExitStatus.h"
-#include "sim/OutputFile.h"
-#include "sim/TimelinePrinter.h"
+#include "sim/output/OutputFile.h"
+#include "sim/output/TimelinePrinter.h"
 
 namespace {
 

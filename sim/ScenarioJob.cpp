@@ -4,18 +4,18 @@
 #include <memory>
 #include <vector>
 
-#include "sim/ChildRun.h"
-#include "sim/ChromeTraceWriter.h"
-#include "sim/EventLog.h"
+#include "sim/run/ChildRun.h"
+#include "sim/output/ChromeTraceWriter.h"
+#include "sim/output/EventLog.h"
 #include "sim/ExitStatus.h"
-#include "sim/ExpectChecker.h"
-#include "sim/JsonLinesWriter.h"
-#include "sim/OutputFile.h"
-#include "sim/RunSummary.h"
-#include "sim/ScenarioParser.h"
-#include "sim/SummaryJsonWriter.h"
-#include "sim/SvgPlotWriter.h"
-#include "sim/TimelinePrinter.h"
+#include "sim/check/ExpectChecker.h"
+#include "sim/output/JsonLinesWriter.h"
+#include "sim/output/OutputFile.h"
+#include "sim/output/RunSummary.h"
+#include "sim/input/ScenarioParser.h"
+#include "sim/output/SummaryJsonWriter.h"
+#include "sim/output/SvgPlotWriter.h"
+#include "sim/output/TimelinePrinter.h"
 
 namespace {
 

@@ -8,8 +8,8 @@
 #include <cstdint>
 #include <string>
 
-#include "sim/EventComparator.h"
-#include "sim/Simulator.h"
+#include "sim/check/EventComparator.h"
+#include "sim/run/Simulator.h"
 
 class ScenarioJob {
  public:

@@ -29,7 +29,7 @@
 #include <vector>
 
 #include "sim/BatchRunner.h"
-#include "sim/EventLog.h"
+#include "sim/output/EventLog.h"
 #include "sim/ExitStatus.h"
 
 namespace {

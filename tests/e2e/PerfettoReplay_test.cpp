@@ -11,12 +11,12 @@
 #include <vector>
 
 #include "perfetto_frametimeline.pb.h"
-#include "sim/ChromeTraceWriter.h"
-#include "sim/ScenarioParser.h"
-#include "sim/Simulator.h"
-#include "sim/SummaryJsonWriter.h"
-#include "sim/SvgPlotWriter.h"
-#include "sim/TimelinePrinter.h"
+#include "sim/output/ChromeTraceWriter.h"
+#include "sim/input/ScenarioParser.h"
+#include "sim/run/Simulator.h"
+#include "sim/output/SummaryJsonWriter.h"
+#include "sim/output/SvgPlotWriter.h"
+#include "sim/output/TimelinePrinter.h"
 #include "tests/support/SimFolderTest.h"
 
 namespace {

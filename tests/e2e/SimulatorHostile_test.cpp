@@ -7,7 +7,7 @@
 #include <filesystem>
 #include <string>
 
-#include "sim/FrameTimeline.h"
+#include "sim/input/FrameTimeline.h"
 #include "sim/TextEscape.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/SimFolderTest.h"

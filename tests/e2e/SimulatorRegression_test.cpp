@@ -5,8 +5,8 @@
 #include <regex>
 #include <string>
 
-#include "sim/EventComparator.h"
-#include "sim/EventLog.h"
+#include "sim/check/EventComparator.h"
+#include "sim/output/EventLog.h"
 #include "tests/support/SimFolderTest.h"
 
 namespace {

@@ -1,7 +1,7 @@
 // gorv-sim: scenarios replayed through the real libgorv.so, with expected
 // event streams worked out by hand; the scenario language's verbatim rest of
 // line; the frame-capture formats; the trace and plot outputs.
-#include "sim/Simulator.h"
+#include "sim/run/Simulator.h"
 
 #include <map>
 #include <nlohmann/json.hpp>
@@ -9,11 +9,11 @@
 #include <string>
 #include <vector>
 
-#include "sim/ChromeTraceWriter.h"
-#include "sim/FrameTimeline.h"
-#include "sim/JsonLinesWriter.h"
-#include "sim/ScenarioParser.h"
-#include "sim/SvgPlotWriter.h"
+#include "sim/output/ChromeTraceWriter.h"
+#include "sim/input/FrameTimeline.h"
+#include "sim/output/JsonLinesWriter.h"
+#include "sim/input/ScenarioParser.h"
+#include "sim/output/SvgPlotWriter.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/SimFolderTest.h"
 

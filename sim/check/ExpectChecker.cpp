@@ -1,0 +1,31 @@
+#include "sim/check/ExpectChecker.h"
+
+#include <utility>
+
+#include "sim/check/DiffReport.h"
+#include "sim/output/EventLog.h"
+#include "sim/output/JsonLinesWriter.h"
+
+ExpectChecker::ExpectChecker(std::vector<SimEvent> expected, std::string expectedFile,
+                             EventComparator::Options options, std::ostream& report)
+    : mExpected(std::move(expected)),
+      mExpectedFile(std::move(expectedFile)),
+      mOptions(std::move(options)),
+      mReport(report) {}
+
+void ExpectChecker::Event(const SimEvent& event) {
+  if (!event.IsEffect() || mOptions.ignored.count(event.kind) != 0) return;
+  SimEvent recorded;
+  std::string unused;
+  if (EventLog::ParseLine(JsonLinesWriter::Line(event), &recorded, &unused)) {
+    mRecorded.push_back(std::move(recorded));
+  }
+}
+
+void ExpectChecker::End(const RunEnd& /*end*/) {
+  EventComparator::Result result =
+      EventComparator::Compare(std::move(mExpected), std::move(mRecorded), mOptions);
+  DiffReport::Print(mScenario, mExpectedFile, result, mReport);
+  mReport.flush();
+  mPassed = result.differences.empty();
+}

@@ -1,0 +1,87 @@
+#include "sim/output/OutputFile.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "sim/SystemError.h"
+#include "sim/TextEscape.h"
+
+namespace {
+
+std::string NameOf(const std::string& path) {
+  return path == "-" ? "standard output" : TextEscape::Terminal(path);
+}
+
+}  // namespace
+
+OutputFile::Buffer::Buffer(int fd) : mFd(fd) { setp(mData, mData + sizeof(mData)); }
+
+bool OutputFile::Buffer::Flush() {
+  const char* data = pbase();
+  size_t size = static_cast<size_t>(pptr() - pbase());
+  while (size > 0 && mFailure == 0) {
+    ssize_t wrote = write(mFd, data, size);
+    if (wrote < 0 && errno == EINTR) continue;
+    if (wrote <= 0) {
+      mFailure = wrote < 0 ? errno : EIO;
+      break;
+    }
+    data += wrote;
+    size -= static_cast<size_t>(wrote);
+  }
+  setp(mData, mData + sizeof(mData));
+  return mFailure == 0;
+}
+
+OutputFile::Buffer::int_type OutputFile::Buffer::overflow(int_type c) {
+  if (!Flush() && mFailure != 0) return traits_type::eof();
+  if (!traits_type::eq_int_type(c, traits_type::eof())) {
+    *pptr() = traits_type::to_char_type(c);
+    pbump(1);
+  }
+  return traits_type::not_eof(c);
+}
+
+std::streamsize OutputFile::Buffer::xsputn(const char* data, std::streamsize size) {
+  for (std::streamsize done = 0; done < size;) {
+    if (pptr() == epptr() && !Flush()) return done;
+    std::streamsize room = epptr() - pptr();
+    std::streamsize part = std::min(room, size - done);
+    std::memcpy(pptr(), data + done, static_cast<size_t>(part));
+    pbump(static_cast<int>(part));
+    done += part;
+  }
+  return size;
+}
+
+std::unique_ptr<OutputFile> OutputFile::Open(const std::string& path, std::string* error) {
+  int fd = path == "-" ? STDOUT_FILENO
+                       : open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+  if (fd < 0) {
+    *error = "cannot write " + NameOf(path) + ": " + SystemError::Text(errno);
+    return nullptr;
+  }
+  return std::unique_ptr<OutputFile>(new OutputFile(path, fd));
+}
+
+OutputFile::OutputFile(std::string path, int fd)
+    : mPath(std::move(path)), mBuffer(fd), mStream(&mBuffer) {}
+
+OutputFile::~OutputFile() {
+  std::string ignored;
+  Close(&ignored);
+}
+
+bool OutputFile::Close(std::string* error) {
+  if (mClosed) return mBuffer.failure() == 0;
+  mClosed = true;
+  mBuffer.Flush();
+  int failure = mBuffer.failure();
+  if (mBuffer.fd() != STDOUT_FILENO && close(mBuffer.fd()) != 0 && failure == 0) failure = errno;
+  if (failure == 0) return true;
+  *error = "cannot write " + NameOf(mPath) + ": " + SystemError::Text(failure);
+  return false;
+}

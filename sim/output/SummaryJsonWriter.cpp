@@ -1,0 +1,62 @@
+#include "sim/output/SummaryJsonWriter.h"
+
+#include "sim/output/TimelinePrinter.h"
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+Json Replays(const Scenario& scenario) {
+  Json replays = Json::array();
+  for (const Scenario::RateChange& change : scenario.rates) {
+    if (!change.timeline) continue;
+    const FrameTimeline& timeline = *change.timeline;
+    replays.push_back({{"t", change.atMs},
+                       {"format", timeline.format()},
+                       {"frames", timeline.frames().size()},
+                       {"layer", timeline.layer().empty() ? Json() : Json(timeline.layer())}});
+  }
+  return replays;
+}
+
+}  // namespace
+
+SummaryJsonWriter::SummaryJsonWriter(const Scenario& scenario, std::ostream& out)
+    : mOut(out), mReplays(Replays(scenario)) {}
+
+void SummaryJsonWriter::Begin(const RunInfo& info) { mScenario = info.scenarioName; }
+
+void SummaryJsonWriter::Event(const SimEvent& event) {
+  if (event.kind == SimEvent::Kind::Trigger) ++mTriggers[event.value];
+  int64_t changes = mSummary.targetChanges();
+  if (!mSummary.Add(event)) return;
+  if (mSummary.targetChanges() != changes) mTargets.emplace_back(event.tMs, mSummary.target());
+  if (mSummary.lockHeld() && mHeldSince < 0) {
+    mHeldSince = event.tMs;
+  } else if (!mSummary.lockHeld() && mHeldSince >= 0) {
+    mSpans.emplace_back(mHeldSince, event.tMs);
+    mHeldSince = -1;
+  }
+}
+
+void SummaryJsonWriter::End(const RunEnd& end) {
+  mSummary.Finish(end.endMs);
+  if (mHeldSince >= 0) mSpans.emplace_back(mHeldSince, end.endMs);
+  Json targets = Json::array(), spans = Json::array(), triggers = Json::array();
+  for (const auto& [at, fps] : mTargets) targets.push_back({{"t", at}, {"fps", fps}});
+  for (const auto& [from, to] : mSpans) spans.push_back({{"from", from}, {"to", to}});
+  for (const auto& [id, count] : mTriggers) {
+    triggers.push_back({{"id", id}, {"name", TimelinePrinter::TriggerName(id)}, {"count", count}});
+  }
+  Json json = {{"scenario", mScenario}, {"end_ms", end.endMs}, {"session_ms", end.sessionMs}};
+  if (!end.stopped.empty()) json["stopped"] = end.stopped;
+  json["target_changes"] = targets;
+  json["lock_spans"] = spans;
+  json["lock_held_ms"] = mSummary.lockHeldMs();
+  json["node_writes"] = mSummary.nodeWrites();
+  json["messages"] = mSummary.messages();
+  json["triggers"] = triggers;
+  json["replays"] = mReplays;
+  mOut << json.dump(-1, ' ', false, Json::error_handler_t::replace) << '\n';
+  mOut.flush();
+}

@@ -1,0 +1,230 @@
+#include "sim/output/SvgPlotWriter.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "sim/output/BucketBudget.h"
+#include "sim/output/RunSeries.h"
+#include "sim/output/RunSummary.h"
+#include "sim/TextEscape.h"
+#include "sim/output/TimelinePrinter.h"
+
+namespace {
+
+constexpr double kWidth = 1000, kHeight = 440;
+constexpr double kLeft = 70, kRight = 960, kTop = 50, kBottom = 370;
+
+using Points = std::vector<SeriesReducer::Point>;
+
+// A step of 1, 2 or 5 times a power of ten giving at most `ticks` steps
+// over `span` (at least `least`).
+double NiceStep(double span, double ticks, double least) {
+  double step = least;
+  for (double scale = least; span / step > ticks; scale *= 10) {
+    for (double factor : {1.0, 2.0, 5.0}) {
+      step = scale * factor;
+      if (span / step <= ticks) break;
+    }
+  }
+  return step;
+}
+
+std::string Number(double value) {
+  char text[32];
+  std::snprintf(text, sizeof(text), "%.6g", value);
+  return text;
+}
+
+class Frame {
+ public:
+  Frame(int64_t endMs, double maxFps)
+      : mEndMs(std::max<int64_t>(endMs, 1)), mMaxFps(maxFps), mFpsStep(NiceStep(maxFps, 8, 10)) {
+    if (mMaxFps <= 150) mFpsStep = 30;
+    mMaxFps = std::ceil(mMaxFps / mFpsStep) * mFpsStep;
+  }
+  double X(int64_t ms) const {
+    return kLeft + (kRight - kLeft) *
+                       std::clamp(static_cast<double>(ms) / static_cast<double>(mEndMs), 0.0, 1.0);
+  }
+  double Y(double fps) const {
+    double clamped = std::isfinite(fps) ? std::clamp(fps, 0.0, mMaxFps) : 0.0;
+    return kBottom - (kBottom - kTop) * clamped / mMaxFps;
+  }
+  int64_t endMs() const { return mEndMs; }
+  double maxFps() const { return mMaxFps; }
+  double fpsStep() const { return mFpsStep; }
+
+ private:
+  int64_t mEndMs;
+  double mMaxFps;
+  double mFpsStep;
+};
+
+void Axes(const Frame& frame, std::ostream& out) {
+  out << "<g font-family=\"sans-serif\" font-size=\"12\" fill=\"#333\">\n";
+  for (int i = 0; i * frame.fpsStep() <= frame.maxFps() && i <= 20; ++i) {
+    double fps = i * frame.fpsStep();
+    double y = frame.Y(fps);
+    out << "<line x1=\"" << kLeft << "\" y1=\"" << y << "\" x2=\"" << kRight << "\" y2=\"" << y
+        << "\" stroke=\"#ddd\"/>\n<text x=\"" << kLeft - 8 << "\" y=\"" << y + 4
+        << "\" text-anchor=\"end\">" << Number(fps) << "</text>\n";
+  }
+  double step = NiceStep(static_cast<double>(frame.endMs()), 12, 500);
+  for (int i = 0; i * step <= static_cast<double>(frame.endMs()) && i <= 24; ++i) {
+    auto ms = static_cast<int64_t>(i * step);
+    double x = frame.X(ms);
+    out << "<line x1=\"" << x << "\" y1=\"" << kBottom << "\" x2=\"" << x << "\" y2=\""
+        << kBottom + 5 << "\" stroke=\"#333\"/>\n<text x=\"" << x << "\" y=\"" << kBottom + 20
+        << "\" text-anchor=\"middle\">" << Number(static_cast<double>(ms) / 1000.0) << "</text>\n";
+  }
+  out << "<rect x=\"" << kLeft << "\" y=\"" << kTop << "\" width=\"" << kRight - kLeft
+      << "\" height=\"" << kBottom - kTop << "\" fill=\"none\" stroke=\"#333\"/>\n"
+      << "<text x=\"" << (kLeft + kRight) / 2 << "\" y=\"" << kBottom + 42
+      << "\" text-anchor=\"middle\">time (s)</text>\n"
+      << "<text transform=\"translate(20," << (kTop + kBottom) / 2
+      << ") rotate(-90)\" text-anchor=\"middle\">frames per second</text>\n</g>\n";
+}
+
+void Legend(bool janky, std::ostream& out) {
+  double x = kLeft + 10, y = kTop - 14;
+  out << "<g font-family=\"sans-serif\" font-size=\"12\">\n"
+      << "<line x1=\"" << x << "\" y1=\"" << y << "\" x2=\"" << x + 24 << "\" y2=\"" << y
+      << "\" stroke=\"#1f77b4\" stroke-width=\"1.5\"/><text x=\"" << x + 30 << "\" y=\"" << y + 4
+      << "\">measured frame rate</text>\n"
+      << "<line x1=\"" << x + 170 << "\" y1=\"" << y << "\" x2=\"" << x + 194 << "\" y2=\"" << y
+      << "\" stroke=\"#ff7f0e\" stroke-width=\"3\"/><text x=\"" << x + 200 << "\" y=\"" << y + 4
+      << "\">target written to the fps node</text>\n"
+      << "<rect x=\"" << x + 400 << "\" y=\"" << y - 7 << "\" width=\"24\" height=\"14\" "
+      << "fill=\"#2ca02c\" fill-opacity=\"0.25\"/><text x=\"" << x + 430 << "\" y=\"" << y + 4
+      << "\">performance lock held</text>\n"
+      << "<line x1=\"" << x + 590 << "\" y1=\"" << y - 7 << "\" x2=\"" << x + 590 << "\" y2=\""
+      << y + 7 << "\" stroke=\"#777\" stroke-dasharray=\"3,3\"/><text x=\"" << x + 596 << "\" y=\""
+      << y + 4 << "\">trigger</text>\n";
+  if (janky) {
+    out << "<line x1=\"" << x + 670 << "\" y1=\"" << y - 7 << "\" x2=\"" << x + 670 << "\" y2=\""
+        << y + 7 << "\" stroke=\"#d62728\" stroke-width=\"2\"/><text x=\"" << x + 676 << "\" y=\""
+        << y + 4 << "\">janky frame (per the trace)</text>\n";
+  }
+  out << "</g>\n";
+}
+
+// A short red tick at the bottom of the plot for each frame the replayed
+// trace flags as janky.
+void JankyFrames(const Frame& frame, const std::vector<int64_t>& jankyMs, std::ostream& out) {
+  for (int64_t ms : jankyMs) {
+    double x = frame.X(ms);
+    out << "<line x1=\"" << x << "\" y1=\"" << kBottom - 14 << "\" x2=\"" << x << "\" y2=\""
+        << kBottom << "\" stroke=\"#d62728\" stroke-width=\"1.5\"/>\n";
+  }
+}
+
+void StepLine(const Frame& frame, const Points& points, int64_t endMs, const char* style,
+              std::ostream& out) {
+  if (points.empty()) return;
+  out << "<polyline fill=\"none\" " << style << " points=\"";
+  for (size_t i = 0; i < points.size(); ++i) {
+    int64_t until = i + 1 < points.size() ? points[i + 1].first : endMs;
+    out << frame.X(points[i].first) << "," << frame.Y(points[i].second) << " " << frame.X(until)
+        << "," << frame.Y(points[i].second) << " ";
+  }
+  out << "\"/>\n";
+}
+
+void LockSpans(const Frame& frame, const Points& lock, int64_t endMs, std::ostream& out) {
+  for (size_t i = 0; i < lock.size(); ++i) {
+    if (lock[i].second == 0) continue;
+    int64_t until = i + 1 < lock.size() ? lock[i + 1].first : endMs;
+    out << "<rect x=\"" << frame.X(lock[i].first) << "\" y=\"" << kTop << "\" width=\""
+        << std::max(frame.X(until) - frame.X(lock[i].first), 1.0) << "\" height=\""
+        << kBottom - kTop << "\" fill=\"#2ca02c\" fill-opacity=\"0.25\"/>\n";
+  }
+}
+
+double MaxOf(const Points& points, double least) {
+  for (const auto& point : points) least = std::max(least, point.second);
+  return least;
+}
+
+}  // namespace
+
+struct SvgPlotWriter::State {
+  explicit State(const RunInfo& run)
+      : name(run.scenarioName),
+        endMs(run.endMs),
+        series(run, kBuckets),
+        labels(run.endMs, kBuckets, 1) {
+    // One tick per span is all a reader can tell apart.
+    BucketBudget ticks(run.endMs, kBuckets, 1);
+    for (int64_t ms : run.jankyMs) {
+      if (ticks.Take(ms)) janky.push_back(ms);
+    }
+  }
+  std::string name;
+  int64_t endMs;
+  RunSeries series;
+  BucketBudget labels;
+  std::vector<std::pair<int64_t, std::string>> triggers;  // at most kBuckets
+  std::vector<int64_t> janky;                             // at most kBuckets
+};
+
+SvgPlotWriter::SvgPlotWriter(std::ostream& out) : mOut(out) {}
+SvgPlotWriter::~SvgPlotWriter() = default;
+
+void SvgPlotWriter::Begin(const RunInfo& info) { mState = std::make_unique<State>(info); }
+
+void SvgPlotWriter::Event(const SimEvent& event) {
+  State& state = *mState;
+  state.series.Add(event);
+  if (event.kind != SimEvent::Kind::Trigger || !state.labels.Take(event.tMs)) return;
+  std::string label = TimelinePrinter::TriggerName(event.value);
+  if (event.value == 4221 || event.value == 4222) label += " " + std::to_string(event.triggerValue);
+  state.triggers.emplace_back(event.tMs, label);
+}
+
+void SvgPlotWriter::End(const RunEnd& end) {
+  State& state = *mState;
+  Points measured = state.series.Measured();
+  Points target = state.series.Target();
+  Points lock = state.series.Lock();
+  Frame frame(state.endMs, MaxOf(target, MaxOf(measured, 150)));
+  int64_t lastMs = std::min(end.endMs, state.endMs);
+
+  mOut << "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" << kWidth << "\" height=\""
+       << kHeight << "\" viewBox=\"0 0 " << kWidth << " " << kHeight << "\">\n"
+       << "<rect width=\"100%\" height=\"100%\" fill=\"white\"/>\n"
+       << "<text x=\"" << kWidth / 2
+       << "\" y=\"18\" text-anchor=\"middle\" font-family=\"sans-serif\" "
+       << "font-size=\"15\">" << TextEscape::Xml("gorv-sim: " + state.name)
+       << " - measured frame rate and target</text>\n";
+  LockSpans(frame, lock, lastMs, mOut);
+  Axes(frame, mOut);
+  Legend(!state.janky.empty(), mOut);
+  JankyFrames(frame, state.janky, mOut);
+  Points shown;
+  for (const auto& point : measured) {
+    if (point.first <= lastMs) shown.push_back(point);
+  }
+  StepLine(frame, shown, lastMs, "stroke=\"#1f77b4\" stroke-width=\"1.5\"", mOut);
+  StepLine(frame, target, lastMs, "stroke=\"#ff7f0e\" stroke-width=\"3\"", mOut);
+  int row = 0;
+  for (const auto& [ms, label] : state.triggers) {
+    double x = frame.X(ms);
+    mOut << "<line x1=\"" << x << "\" y1=\"" << kTop << "\" x2=\"" << x << "\" y2=\"" << kBottom
+         << "\" stroke=\"#777\" stroke-dasharray=\"3,3\"/>\n<text x=\"" << x + 3 << "\" y=\""
+         << kTop + 14 + 14 * (row++ % 3) << "\" font-family=\"sans-serif\" font-size=\"11\" "
+         << "fill=\"#555\">" << TextEscape::Xml(label) << "</text>\n";
+  }
+  if (!end.stopped.empty()) {
+    double x = frame.X(end.endMs);
+    mOut << "<line x1=\"" << x << "\" y1=\"" << kTop << "\" x2=\"" << x << "\" y2=\"" << kBottom
+         << "\" stroke=\"#d62728\" stroke-width=\"2\"/>\n<text x=\"" << x - 3 << "\" y=\""
+         << kBottom - 8 << "\" text-anchor=\"end\" font-family=\"sans-serif\" font-size=\"11\" "
+         << "fill=\"#d62728\">" << TextEscape::Xml("stopped: " + end.stopped) << "</text>\n";
+  }
+  mOut << "</svg>\n";
+  mOut.flush();
+  mState.reset();
+}

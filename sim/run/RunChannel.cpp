@@ -1,0 +1,187 @@
+#include "sim/run/RunChannel.h"
+
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+
+namespace {
+
+constexpr size_t kHeader = 5;
+
+template <typename T>
+void Put(std::string* out, T value) {
+  out->append(reinterpret_cast<const char*>(&value), sizeof(value));
+}
+
+void PutText(std::string* out, std::string_view text) {
+  Put(out, static_cast<uint32_t>(text.size()));
+  out->append(text);
+}
+
+// Reads fields in order; any shortfall makes ok() false.
+class Cursor {
+ public:
+  explicit Cursor(std::string_view data) : mData(data) {}
+  template <typename T>
+  T Get() {
+    T value{};
+    if (mData.size() < sizeof(T)) {
+      mOk = false;
+      return value;
+    }
+    std::memcpy(&value, mData.data(), sizeof(T));
+    mData.remove_prefix(sizeof(T));
+    return value;
+  }
+  std::string Text() {
+    auto size = Get<uint32_t>();
+    if (mData.size() < size) {
+      mOk = false;
+      return "";
+    }
+    std::string text(mData.substr(0, size));
+    mData.remove_prefix(size);
+    return text;
+  }
+  bool ok() const { return mOk; }
+
+ private:
+  std::string_view mData;
+  bool mOk = true;
+};
+
+bool WriteAll(int fd, const char* data, size_t size);
+bool WriteAll(int fd, const std::string& data) { return WriteAll(fd, data.data(), data.size()); }
+
+bool WriteAll(int fd, const char* data, size_t size) {
+  for (size_t done = 0; done < size;) {
+    ssize_t wrote = write(fd, data + done, size - done);
+    if (wrote < 0 && errno == EINTR) continue;
+    if (wrote <= 0) return false;
+    done += static_cast<size_t>(wrote);
+  }
+  return true;
+}
+
+// The child's pending records: a fixed array, so that a signal handler can
+// write it out whatever the heap's state; `size` covers whole records only.
+struct Pending {
+  char data[1 << 16];
+  std::atomic<size_t> size{0};
+  int fd = -1;
+  bool buffered = true;
+};
+Pending gPending;
+
+bool FlushPending() {
+  size_t size = gPending.size.load();
+  gPending.size.store(0);
+  return size == 0 || WriteAll(gPending.fd, gPending.data, size);
+}
+
+bool Send(int fd, RunChannel::Type type, const std::string& payload) {
+  std::string record;
+  record.reserve(kHeader + payload.size());
+  Put(&record, static_cast<uint8_t>(type));
+  Put(&record, static_cast<uint32_t>(payload.size()));
+  record += payload;
+  size_t size = gPending.size.load();
+  if (!gPending.buffered || gPending.fd != fd || size + record.size() > sizeof(gPending.data)) {
+    if (!FlushPending()) return false;
+    gPending.fd = fd;
+    size = 0;
+  }
+  if (!gPending.buffered || record.size() > sizeof(gPending.data)) return WriteAll(fd, record);
+  std::memcpy(gPending.data + size, record.data(), record.size());
+  gPending.size.store(size + record.size());
+  return true;
+}
+
+}  // namespace
+
+bool RunChannel::SendEvent(int fd, const SimEvent& event) {
+  std::string payload;
+  Put(&payload, event.tMs);
+  Put(&payload, static_cast<uint8_t>(event.kind));
+  Put(&payload, event.value);
+  Put(&payload, event.handle);
+  Put(&payload, event.priority);
+  Put(&payload, event.triggerValue);
+  Put(&payload, static_cast<uint32_t>(event.resources.size()));
+  for (int32_t resource : event.resources) Put(&payload, resource);
+  PutText(&payload, event.name);
+  PutText(&payload, event.text);
+  return Send(fd, Type::Event, payload);
+}
+
+bool RunChannel::SendEnd(int fd, const RunEnd& end) {
+  std::string payload;
+  Put(&payload, end.endMs);
+  Put(&payload, end.sessionMs);
+  PutText(&payload, end.stopped);
+  return Send(fd, Type::End, payload) && FlushPending();
+}
+
+bool RunChannel::SendText(int fd, Type type, std::string_view text) {
+  return Send(fd, type, std::string(text)) && FlushPending();
+}
+
+void RunChannel::SetBuffered(bool buffered) {
+  FlushPending();
+  gPending.buffered = buffered;
+}
+
+bool RunChannel::Flush() { return FlushPending(); }
+
+void RunChannel::FlushFromSignal() {
+  size_t size = gPending.size.load();
+  if (size > 0) WriteAll(gPending.fd, gPending.data, size);
+  gPending.size.store(0);
+}
+
+bool RunChannel::ReadSome(const Handler& onRecord) {
+  char chunk[1 << 16];
+  ssize_t got;
+  do {
+    got = read(mFd, chunk, sizeof(chunk));
+  } while (got < 0 && errno == EINTR);
+  if (got <= 0) return false;
+  mBuffer.append(chunk, static_cast<size_t>(got));
+  size_t pos = 0;
+  while (mBuffer.size() - pos >= kHeader) {
+    uint32_t size;
+    std::memcpy(&size, mBuffer.data() + pos + 1, sizeof(size));
+    if (mBuffer.size() - pos - kHeader < size) break;
+    auto type = static_cast<Type>(mBuffer[pos]);
+    onRecord(type, std::string_view(mBuffer).substr(pos + kHeader, size));
+    pos += kHeader + size;
+  }
+  mBuffer.erase(0, pos);
+  return true;
+}
+
+bool RunChannel::DecodeEvent(std::string_view payload, SimEvent* event) {
+  Cursor in(payload);
+  event->tMs = in.Get<int64_t>();
+  event->kind = static_cast<SimEvent::Kind>(in.Get<uint8_t>());
+  event->value = in.Get<int64_t>();
+  event->handle = in.Get<int32_t>();
+  event->priority = in.Get<int32_t>();
+  event->triggerValue = in.Get<int32_t>();
+  auto count = in.Get<uint32_t>();
+  event->resources.clear();
+  for (uint32_t i = 0; i < count && in.ok(); ++i) event->resources.push_back(in.Get<int32_t>());
+  event->name = in.Text();
+  event->text = in.Text();
+  return in.ok();
+}
+
+bool RunChannel::DecodeEnd(std::string_view payload, RunEnd* end) {
+  Cursor in(payload);
+  end->endMs = in.Get<int64_t>();
+  end->sessionMs = in.Get<int64_t>();
+  end->stopped = in.Text();
+  return in.ok();
+}

@@ -1,0 +1,274 @@
+#include "sim/run/Simulator.h"
+
+#include <android-base/properties.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
+#include <functional>
+#include <map>
+#include <memory>
+#include <thread>
+
+#include "host/framework/FeatureRunner.h"
+#include "host/framework/FrameRateSource.h"
+#include "host/framework/HostLocator.h"
+#include "host/framework/HostProcesses.h"
+#include "host/framework/PluginLoader.h"
+#include "host/framework/SteppedRunner.h"
+#include "host/platform/HostEnv.h"
+#include "sim/run/EventRecorder.h"
+
+namespace {
+
+// Sets up the host framework and platform for the scenario.
+void PrepareWorld(const Scenario& scenario, int64_t originNs) {
+  for (const auto& [name, value] : scenario.properties) android::base::SetProperty(name, value);
+  HostLocator::SetCurrent(&HostLocator::Get());
+  HostLocator::Get().Clear();
+  std::map<std::string, int> pids;
+  for (const auto& [package, app] : scenario.apps) {
+    HostLocator::Get().SetClass(package, app.appClass);
+    pids[package] = app.pid;
+  }
+  HostProcesses::Get().UseTable(pids);
+  FrameRateSource::Get().SetFunction([&scenario, originNs](std::chrono::nanoseconds now) {
+    return Simulator::RateAt(scenario, (now.count() - originNs) / 1000000);
+  });
+}
+
+FeatureInfo InfoOf(const Scenario& scenario) {
+  FeatureInfo info;
+  info.name = "GORV";
+  info.ignoreList = scenario.ignoreList;
+  std::vector<std::string> meters =
+      scenario.meters.empty() ? std::vector<std::string>{"Fps"} : scenario.meters;
+  for (const std::string& name : meters) info.meterInfos.push_back({name, {}});
+  return info;
+}
+
+AsyncTriggerPayload PayloadOf(const Scenario::Trigger& trigger) {
+  AsyncTriggerPayload payload;
+  payload.triggerId = trigger.id;
+  payload.component = trigger.component;
+  payload.triggerValue = trigger.value;
+  return payload;
+}
+
+std::function<void()> FaultAction(Scenario::FaultKind kind, PrivateSysfs& sysfs) {
+  switch (kind) {
+    case Scenario::FaultKind::NodesMissing:
+      return [&sysfs] { sysfs.RemoveNodes(); };
+    case Scenario::FaultKind::NodesPresent:
+      return [&sysfs] { sysfs.CreateNodes(); };
+    case Scenario::FaultKind::PerfLockFail:
+      return [] { gorv::HostEnv::Get().SetPerfLockFailure(true, -1); };
+    case Scenario::FaultKind::PerfLockOk:
+      return [] { gorv::HostEnv::Get().SetPerfLockFailure(false); };
+  }
+  return [] {};
+}
+
+// Adds up the time the feature had a session running.
+class SessionClock {
+ public:
+  void Observe(const Feature* feature, int64_t nowMs) {
+    bool active = feature != nullptr && feature->periodicActive.load();
+    if (active && mSince < 0) mSince = nowMs;
+    if (!active && mSince >= 0) {
+      mTotal += nowMs - mSince;
+      mSince = -1;
+    }
+  }
+  int64_t TotalUntil(int64_t endMs) const { return mTotal + (mSince >= 0 ? endMs - mSince : 0); }
+
+ private:
+  int64_t mSince = -1;
+  int64_t mTotal = 0;
+};
+
+Feature* CreateFeature(const Scenario& scenario, const Simulator::Options& options,
+                       std::string* error) {
+  if (!PluginLoader::Load(options.pluginPath, error)) return nullptr;
+  return PluginLoader::Create("GORV", InfoOf(scenario), error);
+}
+
+bool RunVirtual(const Scenario& scenario, const Simulator::Options& options, PrivateSysfs& sysfs,
+                RunSink& sink, std::string* error) {
+  SteppedRunner runner(std::chrono::milliseconds(scenario.meterLatencyMs));
+  int64_t end = scenario.EndMs();
+  EventRecorder recorder(0, end, sink);
+  PrepareWorld(scenario, 0);
+  Feature* feature = CreateFeature(scenario, options, error);
+  if (feature == nullptr) return false;
+  runner.Adopt(feature);
+  if (options.clockMs != nullptr) {
+    runner.SetStepObserver([clock = options.clockMs](int64_t nowMs) { clock->store(nowMs); });
+  }
+  SessionClock session;
+  // Faults at a time take effect before the triggers at that time.
+  for (const Scenario::Fault& fault : scenario.faults) {
+    if (fault.atMs <= end) runner.ScheduleAction(fault.atMs, FaultAction(fault.kind, sysfs));
+  }
+  for (const Scenario::Trigger& trigger : scenario.triggers) {
+    if (trigger.atMs > end) continue;
+    runner.ScheduleAction(trigger.atMs, [&, payload = PayloadOf(trigger)] {
+      recorder.RecordTrigger(payload);
+      runner.TriggerNow(payload);
+      session.Observe(runner.feature(), runner.NowMs());
+    });
+  }
+  runner.RunUntil(end);
+  runner.DestroyFeature();
+  sink.End({end, session.TotalUntil(end), ""});
+  return true;
+}
+
+bool RunRealtime(const Scenario& scenario, const Simulator::Options& options, PrivateSysfs& sysfs,
+                 RunSink& sink, std::string* error) {
+  gorv::HostEnv::Get().UseRealClock();
+  auto origin = std::chrono::steady_clock::now();
+  int64_t originNs = origin.time_since_epoch().count();
+  int64_t end = scenario.EndMs();
+  EventRecorder recorder(originNs, end, sink);
+  PrepareWorld(scenario, originNs);
+  Feature* feature = CreateFeature(scenario, options, error);
+  if (feature == nullptr) return false;
+  FeatureRunner runner(std::chrono::milliseconds(scenario.meterLatencyMs), feature);
+  SessionClock session;
+  auto nowMs = [origin, end] {
+    auto elapsed = std::chrono::steady_clock::now() - origin;
+    return std::min<int64_t>(
+        end, std::chrono::duration_cast<std::chrono::milliseconds>(elapsed).count());
+  };
+  std::multimap<int64_t, std::function<void()>> script;
+  for (const Scenario::Fault& fault : scenario.faults) {
+    script.emplace(fault.atMs, FaultAction(fault.kind, sysfs));
+  }
+  for (const Scenario::Trigger& trigger : scenario.triggers) {
+    script.emplace(trigger.atMs, [&, payload = PayloadOf(trigger)] {
+      recorder.RecordTrigger(payload);
+      runner.Post(payload);
+      runner.WaitUntilIdle();
+      session.Observe(runner.feature(), nowMs());
+    });
+  }
+  // Nothing at or after the end is delivered.
+  for (auto it = script.begin(); it != script.end() && it->first < end; ++it) {
+    std::this_thread::sleep_until(origin + std::chrono::milliseconds(it->first));
+    if (options.clockMs != nullptr) options.clockMs->store(nowMs());
+    it->second();
+  }
+  std::this_thread::sleep_until(origin + std::chrono::milliseconds(end));
+  int64_t sessionMs = session.TotalUntil(end);
+  runner.Stop();
+  sink.End({end, sessionMs, ""});
+  return true;
+}
+
+// The fps or frames line in force at `ms`, or null before the first: the
+// latest to start, the last in the file among those starting together
+// (the lines are kept sorted by time, in file order among equals).
+const Scenario::RateChange* ChangeAt(const Scenario& scenario, int64_t ms) {
+  auto after = std::upper_bound(
+      scenario.rates.begin(), scenario.rates.end(), ms,
+      [](int64_t at, const Scenario::RateChange& change) { return at < change.atMs; });
+  return after == scenario.rates.begin() ? nullptr : &*(after - 1);
+}
+
+// What the reports say of the Perfetto layers replayed.
+void NoteReplays(const Scenario& scenario, RunInfo* info) {
+  for (const Scenario::RateChange& change : scenario.rates) {
+    if (!change.timeline || change.timeline->layer().empty()) continue;
+    const FrameTimeline& timeline = *change.timeline;
+    info->replays.push_back({change.atMs, timeline.name(), timeline.layer(),
+                             timeline.frames().size(), timeline.janky().size()});
+    for (int64_t frameNs : timeline.janky()) {
+      int64_t ms = change.atMs + frameNs / 1000000;
+      if (ms <= info->endMs && ChangeAt(scenario, ms) == &change) info->jankyMs.push_back(ms);
+    }
+  }
+  std::sort(info->jankyMs.begin(), info->jankyMs.end());
+}
+
+}  // namespace
+
+bool Simulator::Run(const Scenario& scenario, const Options& options, PrivateSysfs& sysfs,
+                    RunSink& sink, std::string* error) {
+  gorv::HostEnv::Get().Reset();
+  // Effects go to the recorder's sink only: the env's own record would grow
+  // with the length of the run.
+  gorv::HostEnv::Get().SetRecordEvents(false);
+  gorv::HostEnv::Get().SetSysfsRoot(sysfs.path());
+  sink.Begin(InfoOf(scenario));
+  bool ran = options.realtime ? RunRealtime(scenario, options, sysfs, sink, error)
+                              : RunVirtual(scenario, options, sysfs, sink, error);
+  FrameRateSource::Get().SetConstant(0.0f);
+  gorv::HostEnv::Get().SetPerfLockFailure(false);
+  return ran;
+}
+
+bool Simulator::Run(const Scenario& scenario, const Options& options, RunResult* result,
+                    std::string* error) {
+  std::unique_ptr<PrivateSysfs> sysfs = PrivateSysfs::Make(error);
+  if (!sysfs) return false;
+  RunCollector collector(result);
+  return Run(scenario, options, *sysfs, collector, error);
+}
+
+RunInfo Simulator::InfoOf(const Scenario& scenario) {
+  RunInfo info{scenario.name, scenario.EndMs(), MeasuredRates(scenario, scenario.EndMs()), {}, {}};
+  NoteReplays(scenario, &info);
+  return info;
+}
+
+float Simulator::RateAt(const Scenario& scenario, int64_t ms) {
+  const Scenario::RateChange* current = ChangeAt(scenario, ms);
+  if (current == nullptr) return 0.0f;
+  if (!current->timeline) return current->fps;
+  return static_cast<float>(
+      current->timeline->FramesInSecondBefore((ms - current->atMs) * 1000000));
+}
+
+std::vector<std::pair<int64_t, float>> Simulator::MeasuredRates(const Scenario& scenario,
+                                                                int64_t endMs) {
+  std::vector<std::pair<int64_t, float>> points;
+  auto add = [&points, &scenario](int64_t ms) {
+    float fps = RateAt(scenario, ms);
+    if (points.empty() || points.back().second != fps) points.emplace_back(ms, fps);
+  };
+  add(0);
+  const std::vector<Scenario::RateChange>& rates = scenario.rates;
+  for (size_t i = 0; i < rates.size() && rates[i].atMs <= endMs; ++i) {
+    int64_t until = i + 1 < rates.size() ? std::min(rates[i + 1].atMs, endMs + 1) : endMs + 1;
+    if (!rates[i].timeline) {
+      add(rates[i].atMs);
+      continue;
+    }
+    // A capture's count changes until a second after its last frame.
+    int64_t last = rates[i].atMs + rates[i].timeline->frames().back() / 1000000 + 1001;
+    for (int64_t ms = rates[i].atMs; ms < until; ms += 100) {
+      add(ms);
+      if (ms > last) break;
+    }
+  }
+  return points;
+}
+const char* Simulator::BuiltInScenario() {
+  return R"(# A game session on a 60 Hz phone.
+property ro.vendor.perf.gorv true
+app com.example.game 2 4242
+app com.example.mail 0 1717
+# The game comes to the foreground and runs at a steady 60 fps.
+fps 0 60
+trigger 1000 4097 com.example.game/.MainActivity
+# A heavy scene: the game drops to 40 fps.
+fps 5000 40
+# The game asks for 30 fps through a frame-rate hint.
+trigger 10000 4221 com.example.game/.MainActivity 30
+fps 10500 30
+# The game leaves the foreground.
+trigger 13000 4098 com.example.game/.MainActivity
+end 14000
+)";
+}

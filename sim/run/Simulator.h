@@ -1,0 +1,55 @@
+// Replays a scenario through the real libgorv.so in the host framework:
+// properties set, library loaded and the feature created through the
+// registry at time 0; faults, triggers, meter completions and periodic
+// rounds at their times (virtual time by default, or real threads and the
+// real clock); the feature destroyed at the end. Runs in the calling
+// process: ChildRun hosts it in a child so that the plug-in's own aborts
+// cannot take the outputs with them.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "sim/run/PrivateSysfs.h"
+#include "sim/output/RunResult.h"
+#include "sim/output/RunSink.h"
+#include "sim/input/Scenario.h"
+
+class Simulator {
+ public:
+  struct Options {
+    std::string pluginPath;
+    bool realtime = false;
+    // When set, the virtual time reached (ms) is stored here as the run
+    // goes, for a watcher in another process (shared memory).
+    std::atomic<int64_t>* clockMs = nullptr;
+  };
+
+  // Runs `scenario` into `sink` (Begin, every event, End), with the
+  // plug-in's nodes beneath `sysfs`. False and `error` set when the plug-in
+  // cannot be loaded or created (Begin has been called, End has not).
+  static bool Run(const Scenario& scenario, const Options& options, PrivateSysfs& sysfs,
+                  RunSink& sink, std::string* error);
+  // The same into memory, with a private folder of its own (tests).
+  static bool Run(const Scenario& scenario, const Options& options, RunResult* result,
+                  std::string* error);
+
+  // What the outputs know before the run: name, end, measured frame rate.
+  static RunInfo InfoOf(const Scenario& scenario);
+
+  // The frame-rate source's value at `ms` under the scenario's fps and
+  // frames lines (0 before the first). O(log of the number of lines).
+  static float RateAt(const Scenario& scenario, int64_t ms);
+  // RateAt's changes from 0 to `endMs`: (ms, fps) where the value changes,
+  // captures sampled every 100 ms while they have frames. Its size grows
+  // with the lines and the captures' lengths, not with endMs.
+  static std::vector<std::pair<int64_t, float>> MeasuredRates(const Scenario& scenario,
+                                                              int64_t endMs);
+
+  // The built-in scenario: a game launched, playing at 60 fps, dropping to
+  // 40, an FPS hint, the game leaving.
+  static const char* BuiltInScenario();
+};
