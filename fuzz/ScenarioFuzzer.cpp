@@ -17,12 +17,12 @@
 #include <sstream>
 #include <string>
 
+#include "sim/input/ScenarioParser.h"
 #include "sim/output/ChromeTraceWriter.h"
 #include "sim/output/JsonLinesWriter.h"
-#include "sim/input/ScenarioParser.h"
-#include "sim/run/Simulator.h"
 #include "sim/output/SvgPlotWriter.h"
 #include "sim/output/TimelinePrinter.h"
+#include "sim/run/Simulator.h"
 
 namespace {
 

@@ -4,18 +4,18 @@
 #include <memory>
 #include <vector>
 
-#include "sim/run/ChildRun.h"
-#include "sim/output/ChromeTraceWriter.h"
-#include "sim/output/EventLog.h"
 #include "sim/ExitStatus.h"
 #include "sim/check/ExpectChecker.h"
+#include "sim/input/ScenarioParser.h"
+#include "sim/output/ChromeTraceWriter.h"
+#include "sim/output/EventLog.h"
 #include "sim/output/JsonLinesWriter.h"
 #include "sim/output/OutputFile.h"
 #include "sim/output/RunSummary.h"
-#include "sim/input/ScenarioParser.h"
 #include "sim/output/SummaryJsonWriter.h"
 #include "sim/output/SvgPlotWriter.h"
 #include "sim/output/TimelinePrinter.h"
+#include "sim/run/ChildRun.h"
 
 namespace {
 

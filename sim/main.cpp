@@ -29,8 +29,8 @@
 #include <vector>
 
 #include "sim/BatchRunner.h"
-#include "sim/output/EventLog.h"
 #include "sim/ExitStatus.h"
+#include "sim/output/EventLog.h"
 
 namespace {
 

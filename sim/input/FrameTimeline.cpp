@@ -6,9 +6,9 @@
 #include <optional>
 #include <string_view>
 
+#include "sim/TextEscape.h"
 #include "sim/input/InputFile.h"
 #include "sim/input/PerfettoTrace.h"
-#include "sim/TextEscape.h"
 #include "sim/input/TextLines.h"
 
 namespace {

@@ -20,9 +20,9 @@
 #include <utility>
 #include <vector>
 
+#include "sim/input/Scenario.h"
 #include "sim/output/RunSink.h"
 #include "sim/output/RunSummary.h"
-#include "sim/input/Scenario.h"
 
 class SummaryJsonWriter : public RunSink {
  public:

@@ -6,10 +6,10 @@
 #include <string>
 #include <vector>
 
+#include "sim/TextEscape.h"
 #include "sim/output/BucketBudget.h"
 #include "sim/output/RunSeries.h"
 #include "sim/output/RunSummary.h"
-#include "sim/TextEscape.h"
 #include "sim/output/TimelinePrinter.h"
 
 namespace {

@@ -15,10 +15,10 @@
 #include <cstring>
 #include <exception>
 
-#include "sim/run/PrivateSysfs.h"
-#include "sim/run/RunChannel.h"
 #include "sim/SystemError.h"
 #include "sim/TextEscape.h"
+#include "sim/run/PrivateSysfs.h"
+#include "sim/run/RunChannel.h"
 
 namespace {
 

@@ -16,9 +16,9 @@
 #include <functional>
 #include <string>
 
-#include "sim/run/PrivateSysfs.h"
-#include "sim/output/RunSink.h"
 #include "sim/input/Scenario.h"
+#include "sim/output/RunSink.h"
+#include "sim/run/PrivateSysfs.h"
 #include "sim/run/Simulator.h"
 
 class ChildRun {

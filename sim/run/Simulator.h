@@ -13,10 +13,10 @@
 #include <utility>
 #include <vector>
 
-#include "sim/run/PrivateSysfs.h"
+#include "sim/input/Scenario.h"
 #include "sim/output/RunResult.h"
 #include "sim/output/RunSink.h"
-#include "sim/input/Scenario.h"
+#include "sim/run/PrivateSysfs.h"
 
 class Simulator {
  public:

@@ -11,12 +11,12 @@
 #include <vector>
 
 #include "perfetto_frametimeline.pb.h"
-#include "sim/output/ChromeTraceWriter.h"
 #include "sim/input/ScenarioParser.h"
-#include "sim/run/Simulator.h"
+#include "sim/output/ChromeTraceWriter.h"
 #include "sim/output/SummaryJsonWriter.h"
 #include "sim/output/SvgPlotWriter.h"
 #include "sim/output/TimelinePrinter.h"
+#include "sim/run/Simulator.h"
 #include "tests/support/SimFolderTest.h"
 
 namespace {

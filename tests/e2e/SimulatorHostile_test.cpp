@@ -7,8 +7,8 @@
 #include <filesystem>
 #include <string>
 
-#include "sim/input/FrameTimeline.h"
 #include "sim/TextEscape.h"
+#include "sim/input/FrameTimeline.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/SimFolderTest.h"
 

@@ -9,10 +9,10 @@
 #include <string>
 #include <vector>
 
-#include "sim/output/ChromeTraceWriter.h"
 #include "sim/input/FrameTimeline.h"
-#include "sim/output/JsonLinesWriter.h"
 #include "sim/input/ScenarioParser.h"
+#include "sim/output/ChromeTraceWriter.h"
+#include "sim/output/JsonLinesWriter.h"
 #include "sim/output/SvgPlotWriter.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/SimFolderTest.h"
