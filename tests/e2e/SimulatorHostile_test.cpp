@@ -6,6 +6,8 @@
 
 #include <filesystem>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "sim/TextEscape.h"
 #include "sim/input/FrameTimeline.h"
@@ -126,33 +128,81 @@ TEST_F(SimulatorHostileTest, BytesAndFilesThatAreNotScenarios) {
   EXPECT_EQ(TextEscape::Xml("<&\"'\x01>"), "&lt;&amp;&quot;&apos;\\x01&gt;");
 }
 
-TEST_F(SimulatorHostileTest, TheHostIsNeverTouched) {
-  auto run = Sim("--events " + dir + "/events", "TMPDIR=" + dir + "/missing");
-  EXPECT_EQ(run.status, 1);
-  EXPECT_EQ(run.err, "gorv-sim: cannot make a private folder under " + dir +
-                         "/missing (No such file or directory); set TMPDIR to a writable folder\n");
-  EXPECT_FALSE(std::filesystem::exists(dir + "/events"));
-  // With a usable TMPDIR, the private folder is gone after the run, and
-  // after a run the plug-in ended.
-  std::filesystem::create_directory(dir + "/tmp");
-  std::string abort = Write("abort.scn", std::string(kAborting) + "fault 400 nodes-missing\n");
-  EXPECT_EQ(Sim("", "TMPDIR=" + dir + "/tmp").status, 0);
-  EXPECT_EQ(Sim(abort, "TMPDIR=" + dir + "/tmp").status, 3);
-  EXPECT_TRUE(std::filesystem::is_empty(dir + "/tmp"));
+// One hostile case, run through the program in a folder of its own: the
+// files it makes there, the command line and environment ("$DIR" stands
+// for the folder), the exit status, a fragment of standard error ("" for
+// none expected) and the paths that must not exist afterwards.
+struct HostileCase {
+  std::vector<std::pair<std::string, std::string>> files;
+  std::string arguments;
+  std::string environment;
+  int status;
+  std::string message;
+  std::vector<std::string> absent;
+};
+
+std::string InFolder(std::string text, const std::string& dir) {
+  for (size_t at; (at = text.find("$DIR")) != std::string::npos;) text.replace(at, 4, dir);
+  return text;
 }
 
-TEST_F(SimulatorHostileTest, OutputsAreNeverLostSilently) {
-  const std::pair<std::string, std::string> cases[] = {
-      {"--events /dev/full", "gorv-sim: cannot write /dev/full: No space left on device\n"},
-      {"--plot " + dir + "/no/plot.svg",
-       "gorv-sim: cannot write " + dir + "/no/plot.svg: No such file or directory\n"},
-      {"", "gorv-sim: cannot write standard output: it is closed\n"},
-  };
-  for (const auto& [arguments, message] : cases) {
-    auto run = Sim(arguments, "", arguments.empty() ? ">&-" : "");
-    EXPECT_EQ(run.status, 1) << arguments;
-    EXPECT_EQ(run.err, message);
+const HostileCase kHostileCases[] = {
+    // The run host: the private folder, signals, the child's end.
+    {{},
+     "--events $DIR/events",
+     "TMPDIR=$DIR/missing",
+     1,
+     "gorv-sim: cannot make a private folder under $DIR/missing (No such file or directory); "
+     "set TMPDIR to a writable folder\n",
+     {"events"}},
+    {{{"tmp/.keep", ""}}, "", "TMPDIR=$DIR/tmp", 0, "", {"tmp/gorv-sim-*"}},
+    {{{"tmp/.keep", ""},
+      {"abort.scn", std::string(SimFolderTest::kAborting) + "fault 400 nodes-missing\n"}},
+     "abort.scn",
+     "TMPDIR=$DIR/tmp",
+     3,
+     "gorv-sim: the plug-in ended the run",
+     {"tmp/gorv-sim-*"}},
+    // Inputs: scenarios, captures and expected files.
+    // Outputs: files, folders, pipes, and outputs that are inputs.
+    {{},
+     "--events /dev/full",
+     "",
+     1,
+     "gorv-sim: cannot write /dev/full: No space left on device\n",
+     {}},
+    {{},
+     "--plot $DIR/no/plot.svg",
+     "",
+     1,
+     "gorv-sim: cannot write $DIR/no/plot.svg: No such file or directory\n",
+     {}},
+};
+
+TEST_F(SimulatorHostileTest, HostileCasesEndWithTheirStatusAndLeaveNothingBehind) {
+  for (const HostileCase& row : kHostileCases) {
+    TempFolder folder;
+    const std::string& where = folder.path();
+    for (const auto& [name, text] : row.files) folder.Write(name, text);
+    auto run = SimIn(folder, InFolder(row.arguments, where), InFolder(row.environment, where));
+    std::string label = row.arguments + " [" + row.environment + "]";
+    EXPECT_EQ(run.status, row.status) << label << "\n" << run.err;
+    if (row.message.empty()) {
+      EXPECT_EQ(run.err, "") << label;
+    } else {
+      EXPECT_NE(run.err.find(InFolder(row.message, where)), std::string::npos) << label << "\n"
+                                                                               << run.err;
+    }
+    for (const std::string& pattern : row.absent) {
+      EXPECT_EQ(Matching(where, pattern), "") << label;
+    }
   }
+}
+
+TEST_F(SimulatorHostileTest, AClosedStandardOutputIsAnError) {
+  auto run = Sim("", "", ">&-");
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(run.err, "gorv-sim: cannot write standard output: it is closed\n");
 }
 
 }  // namespace

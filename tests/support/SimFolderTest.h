@@ -3,6 +3,7 @@
 // Needs GORV_SIM_PATH, the command line that starts gorv-sim.
 #pragma once
 
+#include <glob.h>
 #include <gtest/gtest.h>
 
 #include <string>
@@ -10,7 +11,7 @@
 #include "tests/support/TempFolder.h"
 
 class SimFolderTest : public ::testing::Test, public TempFolder {
- protected:
+ public:
   // Runs gorv-sim in the folder with `arguments`, after `environment`
   // (assignments such as "TMPDIR=..."); `stdoutTo` as for TempFolder::Run.
   // Under qemu-user (the Arm build's tests) the emulator adds its own line
@@ -18,8 +19,12 @@ class SimFolderTest : public ::testing::Test, public TempFolder {
   // line is the emulator's, not gorv-sim's, and is dropped.
   Outcome Sim(const std::string& arguments, const std::string& environment = "",
               const std::string& stdoutTo = "") const {
-    Outcome outcome =
-        TempFolder::Run(environment + " " + GORV_SIM_PATH + " " + arguments, stdoutTo);
+    return SimIn(*this, arguments, environment, stdoutTo);
+  }
+  // The same in another folder.
+  static Outcome SimIn(const TempFolder& folder, const std::string& arguments,
+                       const std::string& environment = "", const std::string& stdoutTo = "") {
+    Outcome outcome = folder.Run(environment + " " + GORV_SIM_PATH + " " + arguments, stdoutTo);
     const std::string emulatorNote = "qemu: uncaught target signal ";
     for (size_t at; (at = outcome.err.find(emulatorNote)) != std::string::npos;) {
       outcome.err.erase(at, outcome.err.find('\n', at) + 1 - at);
@@ -38,6 +43,18 @@ class SimFolderTest : public ::testing::Test, public TempFolder {
   static constexpr const char* kAborting =
       "property ro.vendor.perf.gorv true\napp g 2 7\nfps 0 60\ntrigger 0 4097 g\n"
       "trigger 300 4098 g\ntrigger 2200000000 4097 g\n";
+
+  // The paths below `folder` that match the glob `pattern`, one per line
+  // ("" when none does).
+  static std::string Matching(const std::string& folder, const std::string& pattern) {
+    glob_t found{};
+    std::string all;
+    if (glob((folder + "/" + pattern).c_str(), 0, nullptr, &found) == 0) {
+      for (size_t i = 0; i < found.gl_pathc; ++i) all += std::string(found.gl_pathv[i]) + "\n";
+    }
+    globfree(&found);
+    return all;
+  }
 
   const std::string dir = path();
 };
