@@ -5,13 +5,18 @@
 #include <iostream>
 #include <set>
 
+#include "sim/ErrorLine.h"
 #include "sim/ExitStatus.h"
+#include "sim/SimWords.h"
+#include "sim/SystemError.h"
+#include "sim/TextEscape.h"
 #include "sim/output/OutputFile.h"
-#include "sim/output/TimelinePrinter.h"
 
 namespace {
 
 namespace fs = std::filesystem;
+using SimWords::Padded;
+using SimWords::RightAligned;
 
 struct Plan {
   std::vector<std::string> scenarios;         // files; "" the built-in scenario
@@ -53,8 +58,8 @@ std::string Stem(const std::string& scenario) {
   return scenario.empty() ? "built-in" : fs::path(scenario).stem().string();
 }
 
-// One output option for one scenario: a file in the option's folder named
-// after the scenario, or the option itself when it may be.
+// One option for one scenario: a file in the option's folder named after
+// the scenario, or the option itself when it may be.
 bool Resolve(const std::string& flag, const std::string& option, const std::string& stem,
              const char* suffix, bool several, std::string* path, std::string* error) {
   if (option.empty() || !IsFolder(option)) {
@@ -67,6 +72,20 @@ bool Resolve(const std::string& flag, const std::string& option, const std::stri
   return true;
 }
 
+// Every output of one scenario, and the file --expect reads for it.
+bool ResolveOne(const ScenarioJob::Outputs& options, const std::string& stem, bool several,
+                ScenarioJob::Outputs* resolved, std::string* error) {
+  for (size_t i = 0; i < options.files.size(); ++i) {
+    const OutputTable::Row& row = OutputTable::Rows()[i];
+    if (!Resolve(row.option, options.files[i], stem, row.suffix, several, &resolved->files[i],
+                 error)) {
+      return false;
+    }
+  }
+  return Resolve("--expect", options.expect, stem, OutputTable::kExpectSuffix, several,
+                 &resolved->expect, error);
+}
+
 bool ResolveAll(const ScenarioJob::Outputs& options, Plan* plan, std::string* error) {
   std::set<std::string> stems;
   for (const std::string& scenario : plan->scenarios) {
@@ -76,28 +95,21 @@ bool ResolveAll(const ScenarioJob::Outputs& options, Plan* plan, std::string* er
       return false;
     }
     ScenarioJob::Outputs resolved;
-    bool several = plan->table;
-    if (!Resolve("--events", options.events, stem, ".jsonl", several, &resolved.events, error) ||
-        !Resolve("--trace", options.trace, stem, ".trace.json", several, &resolved.trace, error) ||
-        !Resolve("--plot", options.plot, stem, ".svg", several, &resolved.plot, error) ||
-        !Resolve("--summary-json", options.summary, stem, ".summary.json", several,
-                 &resolved.summary, error) ||
-        !Resolve("--expect", options.expect, stem, ".jsonl", several, &resolved.expect, error)) {
-      return false;
-    }
-    plan->outputs.push_back(resolved);
+    if (!ResolveOne(options, stem, plan->table, &resolved, error)) return false;
+    plan->outputs.push_back(std::move(resolved));
   }
   return true;
 }
 
 // Creates the folders the outputs go to.
 bool CreateFolders(const ScenarioJob::Outputs& options, std::string* error) {
-  for (const std::string* option :
-       {&options.events, &options.trace, &options.plot, &options.summary}) {
+  for (const std::string& option : options.files) {
     std::error_code failed;
-    if (IsFolder(*option)) fs::create_directories(*option, failed);
+    if (IsFolder(option)) fs::create_directories(option, failed);
+    // A part of the path that exists is a file, not a folder.
+    if (failed == std::errc::file_exists) failed = std::make_error_code(std::errc::not_a_directory);
     if (failed) {
-      *error = *option + ": cannot create the folder";
+      *error = "cannot create the folder " + option + ": " + SystemError::Text(failed.value());
       return false;
     }
   }
@@ -122,27 +134,24 @@ std::string CheckText(ScenarioJob::Check check) {
   return "-";
 }
 
-std::string Padded(std::string text, size_t width) {
-  text.resize(std::max(width, text.size()), ' ');
-  return text;
-}
-
-std::string RightAligned(const std::string& text, size_t width) {
-  return std::string(width > text.size() ? width - text.size() : 0, ' ') + text;
-}
-
+// The closing table; scenario names escaped (and padded by their escaped
+// width).
 void PrintTable(const Plan& plan, const std::vector<ScenarioJob::Outcome>& outcomes, int status,
                 std::ostream& out) {
+  std::vector<std::string> names;
   size_t width = 8;
-  for (const std::string& scenario : plan.scenarios) width = std::max(width, Stem(scenario).size());
+  for (const std::string& scenario : plan.scenarios) {
+    names.push_back(TextEscape::Terminal(Stem(scenario)));
+    width = std::max(width, names.back().size());
+  }
   out << '\n'
       << Padded("scenario", width) << "  " << Padded("status", 13)
       << "  target changes  lock held (s)  check\n";
   for (size_t i = 0; i < outcomes.size(); ++i) {
     const ScenarioJob::Outcome& outcome = outcomes[i];
     std::string changes = outcome.ran ? std::to_string(outcome.targetChanges) : "-";
-    std::string lock = outcome.ran ? TimelinePrinter::TimeColumn(outcome.lockHeldMs) : "-";
-    out << Padded(Stem(plan.scenarios[i]), width) << "  " << Padded(StatusText(outcome), 13) << "  "
+    std::string lock = outcome.ran ? SimWords::TimeColumn(outcome.lockHeldMs) : "-";
+    out << Padded(names[i], width) << "  " << Padded(StatusText(outcome), 13) << "  "
         << RightAligned(changes, 14) << "  " << RightAligned(lock, 13) << "  "
         << CheckText(outcome.check) << '\n';
   }
@@ -151,13 +160,19 @@ void PrintTable(const Plan& plan, const std::vector<ScenarioJob::Outcome>& outco
 
 }  // namespace
 
-int BatchRunner::Run(const Request& request, bool* pipeClosed) {
+namespace BatchRunner {
+
+int Run(const Request& request, bool* pipeClosed) {
   Plan plan;
   std::string error;
   if (!ListScenarios(request.scenarios, &plan, &error) ||
-      !ResolveAll(request.outputs, &plan, &error) || !CreateFolders(request.outputs, &error)) {
-    std::cerr << "gorv-sim: " << error << "\n";
+      !ResolveAll(request.outputs, &plan, &error)) {
+    ErrorLine::Print(error);
     return ExitStatus::kBadInput;
+  }
+  if (!CreateFolders(request.outputs, &error)) {
+    ErrorLine::Print(error);
+    return ExitStatus::kNotRun;
   }
   std::vector<ScenarioJob::Outcome> outcomes;
   int status = ExitStatus::kDone;
@@ -174,8 +189,10 @@ int BatchRunner::Run(const Request& request, bool* pipeClosed) {
   if (out) PrintTable(plan, outcomes, status, out->stream());
   if (!out || !out->Close(&error)) {
     *pipeClosed = out && out->PipeClosed();
-    if (!*pipeClosed) std::cerr << "gorv-sim: " << error << "\n";
+    if (!*pipeClosed) ErrorLine::Print(error);
     return std::max(status, ExitStatus::kNotRun);
   }
   return status;
 }
+
+}  // namespace BatchRunner

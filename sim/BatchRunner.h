@@ -10,9 +10,10 @@
 // changes, lock time and check.
 //
 // An output option naming a folder (an existing one, or a path ending in
-// /) gets one file per scenario, named after it: NAME.jsonl (--events, and
-// what --expect reads), NAME.trace.json, NAME.svg, NAME.summary.json. With
-// several scenarios every output option must name a folder.
+// /, made when missing) gets one file per scenario, named after it and the
+// option's suffix in OutputTable: NAME.jsonl (--events, and what --expect
+// reads), NAME.trace.json, ... With several scenarios every output option
+// must name a folder.
 #pragma once
 
 #include <string>
@@ -20,18 +21,20 @@
 
 #include "sim/ScenarioJob.h"
 
-class BatchRunner {
- public:
-  struct Request {
-    std::vector<std::string> scenarios;  // files and folders; empty: the built-in scenario
-    ScenarioJob::Outputs outputs;        // files, folders or "-"
-    ScenarioJob::Settings settings;
-  };
+namespace BatchRunner {
 
-  // Returns the exit status: the highest of the runs' (0 all done and
-  // matched, 1 a run failed or differed, 2 bad input, 3 the plug-in ended a
-  // run), or 2 for bad usage, before anything runs. An interrupted run
-  // (128+N) ends the batch with its status; so does standard output going
-  // to a closed pipe (`pipeClosed` then set, for the caller to end quietly).
-  static int Run(const Request& request, bool* pipeClosed);
+struct Request {
+  std::vector<std::string> scenarios;  // files and folders; empty: the built-in scenario
+  ScenarioJob::Outputs outputs;        // files, folders or "-"
+  ScenarioJob::Settings settings;
 };
+
+// Returns the exit status: the highest of the runs' (0 all done and
+// matched, 1 a run failed or differed, 2 bad input, 3 the plug-in ended a
+// run), or before anything runs 2 for bad usage and 1 for an output
+// folder that cannot be made. An interrupted run
+// (128+N) ends the batch with its status; so does standard output going
+// to a closed pipe (`pipeClosed` then set, for the caller to end quietly).
+int Run(const Request& request, bool* pipeClosed);
+
+}  // namespace BatchRunner

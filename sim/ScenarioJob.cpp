@@ -4,16 +4,14 @@
 #include <memory>
 #include <vector>
 
+#include "sim/ErrorLine.h"
 #include "sim/ExitStatus.h"
 #include "sim/check/ExpectChecker.h"
 #include "sim/input/ScenarioParser.h"
-#include "sim/output/ChromeTraceWriter.h"
 #include "sim/output/EventLog.h"
-#include "sim/output/JsonLinesWriter.h"
+#include "sim/output/OutputCheck.h"
 #include "sim/output/OutputFile.h"
 #include "sim/output/RunSummary.h"
-#include "sim/output/SummaryJsonWriter.h"
-#include "sim/output/SvgPlotWriter.h"
 #include "sim/output/TimelinePrinter.h"
 #include "sim/run/ChildRun.h"
 
@@ -61,18 +59,18 @@ struct OpenOutputs {
     std::string error;
     std::unique_ptr<OutputFile> file = OutputFile::Open(path, &error);
     if (!file) {
-      std::cerr << "gorv-sim: " << error << "\n";
+      ErrorLine::Print(error);
       return nullptr;
     }
     files.push_back(std::move(file));
     return &files.back()->stream();
   }
-  // A Writer(stream) to `path`; nothing for "".
-  template <typename Writer, typename... Args>
-  bool Open(const std::string& path, Args&&... args) {
-    if (path.empty()) return true;
+  // Opens `path` with the sink make(stream) writes; false after reporting
+  // why it cannot be.
+  template <typename Make>
+  bool Open(const std::string& path, Make make) {
     std::ostream* out = OpenFile(path);
-    if (out != nullptr) Add(std::make_unique<Writer>(std::forward<Args>(args)..., *out));
+    if (out != nullptr) Add(make(*out));
     return out != nullptr;
   }
   bool PipeClosed() const {
@@ -87,7 +85,7 @@ struct OpenOutputs {
     for (auto& file : files) {
       std::string error;
       if (!file->Close(&error) && !file->PipeClosed()) {
-        std::cerr << "gorv-sim: " << error << "\n";
+        ErrorLine::Print(error);
         ok = false;
       }
     }
@@ -101,20 +99,50 @@ bool ParseScenario(const std::string& path, Scenario* scenario, std::string* err
                       : ScenarioParser::ParseFile(path, scenario, error);
 }
 
-// Opens the outputs. The timeline, or with --expect the check's report,
-// goes to standard output unless an output holds it; the report then goes
-// to standard error. Sets `checker` when there is a check.
+// The files the run reads, as OutputCheck names them: the scenario, the
+// captures it replays and the expected events.
+std::vector<OutputCheck::Named> InputsOf(const std::string& scenarioPath, const Scenario& scenario,
+                                         const std::string& expect) {
+  std::vector<OutputCheck::Named> inputs;
+  if (!scenarioPath.empty()) inputs.push_back({"the scenario", scenarioPath});
+  for (const Scenario::RateChange& change : scenario.rates) {
+    if (change.timeline) inputs.push_back({"the capture", change.timeline->name()});
+  }
+  if (!expect.empty()) inputs.push_back({"--expect", expect});
+  return inputs;
+}
+
+// "" when no output is an input or another output; else why.
+std::string CheckOutputs(const std::string& scenarioPath, const Scenario& scenario,
+                         const ScenarioJob::Outputs& paths) {
+  std::vector<OutputCheck::Named> outputs;
+  for (size_t i = 0; i < paths.files.size(); ++i) {
+    if (!paths.files[i].empty()) outputs.push_back({OutputTable::Rows()[i].option, paths.files[i]});
+  }
+  return OutputCheck::Conflict(outputs, InputsOf(scenarioPath, scenario, paths.expect));
+}
+
+// Opens the outputs, one sink per OutputTable row asked for. The timeline,
+// or with --expect the check's report, goes to standard output unless an
+// output holds it; the report then goes to standard error. Sets `checker`
+// when there is a check.
 bool OpenAll(const Scenario& scenario, const ScenarioJob::Outputs& paths,
              std::vector<SimEvent> expected, const EventComparator::Options& comparison,
              OpenOutputs* outputs, ExpectChecker** checker) {
-  bool stdoutTaken =
-      paths.events == "-" || paths.trace == "-" || paths.plot == "-" || paths.summary == "-";
-  if (!outputs->Open<JsonLinesWriter>(paths.events) ||
-      !outputs->Open<ChromeTraceWriter>(paths.trace) || !outputs->Open<SvgPlotWriter>(paths.plot) ||
-      !outputs->Open<SummaryJsonWriter>(paths.summary, scenario)) {
-    return false;
+  bool stdoutTaken = false;
+  for (size_t i = 0; i < paths.files.size(); ++i) {
+    const std::string& path = paths.files[i];
+    auto make = [&scenario, i](std::ostream& out) {
+      return OutputTable::Rows()[i].make(out, scenario);
+    };
+    if (!path.empty() && !outputs->Open(path, make)) return false;
+    stdoutTaken |= path == "-";
   }
-  if (paths.expect.empty()) return stdoutTaken || outputs->Open<TimelinePrinter>("-");
+  if (paths.expect.empty()) {
+    return stdoutTaken || outputs->Open("-", [](std::ostream& out) {
+      return std::make_unique<TimelinePrinter>(out);
+    });
+  }
   std::ostream* report = stdoutTaken ? &std::cerr : outputs->OpenFile("-");
   if (report == nullptr) return false;
   auto check =
@@ -142,22 +170,24 @@ int StatusOf(const ChildRun::Result& run, bool written, bool passed) {
 
 }  // namespace
 
-ScenarioJob::Outcome ScenarioJob::Run(const std::string& scenarioPath, const Outputs& paths,
-                                      const Settings& settings) {
+namespace ScenarioJob {
+
+Outcome Run(const std::string& scenarioPath, const Outputs& paths, const Settings& settings) {
   Outcome outcome;
   Scenario scenario;
   std::vector<SimEvent> expected;
   std::string error;
   if (!ParseScenario(scenarioPath, &scenario, &error) ||
-      (!paths.expect.empty() && !EventLog::Load(paths.expect, &expected, &error))) {
-    std::cerr << "gorv-sim: " << error << "\n";
+      (!paths.expect.empty() && !EventLog::Load(paths.expect, &expected, &error)) ||
+      !(error = CheckOutputs(scenarioPath, scenario, paths)).empty()) {
+    ErrorLine::Print(error);
     outcome.status = ExitStatus::kBadInput;
     return outcome;
   }
   // Before anything is written: the plug-in's nodes must have a place.
   std::unique_ptr<PrivateSysfs> sysfs = PrivateSysfs::Make(&error);
   if (!sysfs) {
-    std::cerr << "gorv-sim: " << error << "\n";
+    ErrorLine::Print(error);
     outcome.status = ExitStatus::kNotRun;
     return outcome;
   }
@@ -184,3 +214,5 @@ ScenarioJob::Outcome ScenarioJob::Run(const std::string& scenarioPath, const Out
                        : StatusOf(run, outcome.written, outcome.check != Check::Fail);
   return outcome;
 }
+
+}  // namespace ScenarioJob

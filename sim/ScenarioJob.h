@@ -9,33 +9,35 @@
 #include <string>
 
 #include "sim/check/EventComparator.h"
+#include "sim/output/OutputTable.h"
 #include "sim/run/Simulator.h"
 
-class ScenarioJob {
- public:
-  // Output files; "" none, "-" standard output.
-  struct Outputs {
-    std::string events, trace, plot, summary;
-    std::string expect;  // the events file to check the run against; "" none
-  };
-  struct Settings {
-    Simulator::Options simulator;
-    EventComparator::Options comparison;
-  };
-  enum class Check { None, Pass, Fail };
-  struct Outcome {
-    int status = 0;  // an ExitStatus (kBadInput: nothing ran)
-    bool ran = false;
-    bool written = true;      // every output written
-    bool pipeClosed = false;  // standard output went to a closed pipe
-    Check check = Check::None;
-    int64_t targetChanges = 0;
-    int64_t lockHeldMs = 0;
-  };
+namespace ScenarioJob {
 
-  // `scenarioPath` "" runs the built-in scenario. The human timeline goes to
-  // standard output unless an output or the check (whose report goes there,
-  // or to standard error when an output holds standard output) takes it.
-  static Outcome Run(const std::string& scenarioPath, const Outputs& paths,
-                     const Settings& settings);
+// Output files, by OutputTable row; "" none, "-" standard output.
+struct Outputs {
+  OutputTable::Paths files = OutputTable::NoPaths();
+  std::string expect;  // the events file to check the run against; "" none
 };
+struct Settings {
+  Simulator::Options simulator;
+  EventComparator::Options comparison;
+};
+enum class Check { None, Pass, Fail };
+struct Outcome {
+  int status = 0;  // an ExitStatus (kBadInput: nothing ran)
+  bool ran = false;
+  bool written = true;      // every output written
+  bool pipeClosed = false;  // standard output went to a closed pipe
+  Check check = Check::None;
+  int64_t targetChanges = 0;
+  int64_t lockHeldMs = 0;
+};
+
+// `scenarioPath` "" runs the built-in scenario. The human timeline goes to
+// standard output unless an output or the check (whose report goes there,
+// or to standard error when an output holds standard output) takes it.
+// An output that is an input or another output: nothing runs (kBadInput).
+Outcome Run(const std::string& scenarioPath, const Outputs& paths, const Settings& settings);
+
+}  // namespace ScenarioJob

@@ -2,9 +2,13 @@
 
 #include <cstring>
 
-std::string SystemError::Text(int errnum) {
+namespace SystemError {
+
+std::string Text(int errnum) {
   char buffer[256];
   // The GNU strerror_r returns the text, in `buffer` or in static storage.
   const char* text = strerror_r(errnum, buffer, sizeof(buffer));
   return text != nullptr ? text : "error " + std::to_string(errnum);
 }
+
+}  // namespace SystemError

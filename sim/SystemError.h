@@ -4,8 +4,9 @@
 
 #include <string>
 
-class SystemError {
- public:
-  // "No such file or directory" for ENOENT; "error N" for an unknown value.
-  static std::string Text(int errnum);
-};
+namespace SystemError {
+
+// "No such file or directory" for ENOENT; "error N" for an unknown value.
+std::string Text(int errnum);
+
+}  // namespace SystemError

@@ -14,7 +14,9 @@ void AppendHex(unsigned char byte, std::string* out) {
 
 }  // namespace
 
-size_t TextEscape::Utf8Sequence(std::string_view text) {
+namespace TextEscape {
+
+size_t Utf8Sequence(std::string_view text) {
   if (text.empty()) return 0;
   auto byte = [&text](size_t i) { return static_cast<unsigned char>(text[i]); };
   unsigned char lead = byte(0);
@@ -32,7 +34,7 @@ size_t TextEscape::Utf8Sequence(std::string_view text) {
   return length;
 }
 
-std::string TextEscape::Terminal(std::string_view text) {
+std::string Terminal(std::string_view text) {
   std::string out;
   out.reserve(text.size());
   for (size_t i = 0; i < text.size();) {
@@ -53,7 +55,7 @@ std::string TextEscape::Terminal(std::string_view text) {
   return out;
 }
 
-std::string TextEscape::Xml(std::string_view text) {
+std::string Xml(std::string_view text) {
   std::string out;
   for (char c : Terminal(text)) {
     switch (c) {
@@ -78,3 +80,5 @@ std::string TextEscape::Xml(std::string_view text) {
   }
   return out;
 }
+
+}  // namespace TextEscape

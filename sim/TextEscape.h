@@ -8,16 +8,17 @@
 #include <string>
 #include <string_view>
 
-class TextEscape {
- public:
-  // The length of the well-formed UTF-8 sequence at the start of `text`
-  // (shortest form, no surrogates, at most U+10FFFF), or 0.
-  static size_t Utf8Sequence(std::string_view text);
-  // Valid UTF-8 kept as is; a line feed shown as \n, a tab as a tab, every
-  // other control character (C0, DEL, C1) and each byte of an invalid
-  // sequence as \xNN.
-  static std::string Terminal(std::string_view text);
-  // Terminal(), then & < > " ' as XML entities: well-formed in an XML text
-  // or attribute value.
-  static std::string Xml(std::string_view text);
-};
+namespace TextEscape {
+
+// The length of the well-formed UTF-8 sequence at the start of `text`
+// (shortest form, no surrogates, at most U+10FFFF), or 0.
+size_t Utf8Sequence(std::string_view text);
+// Valid UTF-8 kept as is; a line feed shown as \n, a tab as a tab, every
+// other control character (C0, DEL, C1) and each byte of an invalid
+// sequence as \xNN. Idempotent: escaped text is printable and stays as is.
+std::string Terminal(std::string_view text);
+// Terminal(), then & < > " ' as XML entities: well-formed in an XML text
+// or attribute value.
+std::string Xml(std::string_view text);
+
+}  // namespace TextEscape

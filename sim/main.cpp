@@ -5,6 +5,8 @@
 //            [--summary-json FILE] [--expect FILE [--ignore-log-lines]
 //            [--ignore KIND]...] [--realtime]
 //
+// The output options come from OutputTable, one per output.
+//
 // Without SCENARIO the built-in scenario runs. FILE may be - for standard
 // output, or a folder for files named after each scenario (BatchRunner);
 // the human timeline goes to standard output unless another output or the
@@ -24,13 +26,14 @@
 #include <csignal>
 #include <cstdlib>
 #include <exception>
-#include <iostream>
 #include <memory>
 #include <vector>
 
 #include "sim/BatchRunner.h"
+#include "sim/ErrorLine.h"
 #include "sim/ExitStatus.h"
 #include "sim/output/EventLog.h"
+#include "sim/output/OutputTable.h"
 
 namespace {
 
@@ -45,23 +48,27 @@ bool CheckStandardStreams() {
     }
   }
   if (fcntl(STDOUT_FILENO, F_GETFD) >= 0) return true;
-  std::cerr << "gorv-sim: cannot write standard output: it is closed\n";
+  ErrorLine::Print("cannot write standard output: it is closed");
   return false;
+}
+
+// The options of the outputs (one per OutputTable row) and of the check.
+CLI::Option* AddOutputOptions(CLI::App& app, ScenarioJob::Outputs& outputs) {
+  for (size_t i = 0; i < OutputTable::Rows().size(); ++i) {
+    const OutputTable::Row& row = OutputTable::Rows()[i];
+    app.add_option(row.option, outputs.files[i], row.help);
+  }
+  return app.add_option("--expect", outputs.expect,
+                        "check the events against FILE (an --events file)");
 }
 
 int Run(int argc, char** argv) {
   CLI::App app{"gorv-sim: replays game sessions through libgorv.so in the host framework"};
   BatchRunner::Request request;
-  ScenarioJob::Outputs& outputs = request.outputs;
   std::vector<std::string> ignored;
   app.add_option("SCENARIO", request.scenarios,
                  "scenario files or folders of *.scn files (default: the built-in scenario)");
-  app.add_option("--events", outputs.events, "write every effect as JSON lines to FILE (- stdout)");
-  app.add_option("--trace", outputs.trace, "write a Chrome/Perfetto trace to FILE (- stdout)");
-  app.add_option("--plot", outputs.plot, "write an SVG plot to FILE (- stdout)");
-  app.add_option("--summary-json", outputs.summary, "write the summary as JSON to FILE (- stdout)");
-  CLI::Option* expect = app.add_option("--expect", outputs.expect,
-                                       "check the events against FILE (an --events file)");
+  CLI::Option* expect = AddOutputOptions(app, request.outputs);
   app.add_flag("--ignore-log-lines", request.settings.comparison.maskLogLines,
                "check log messages with their source line numbers masked")
       ->needs(expect);
@@ -79,8 +86,7 @@ int Run(int argc, char** argv) {
   for (const std::string& name : ignored) {
     SimEvent::Kind kind;
     if (!EventLog::KindOf(name, &kind)) {
-      std::cerr << "gorv-sim: --ignore " << name << ": expected " << EventLog::EffectNames()
-                << "\n";
+      ErrorLine::Print("--ignore " + name + ": expected " + EventLog::EffectNames());
       return ExitStatus::kBadInput;
     }
     request.settings.comparison.ignored.insert(kind);
@@ -105,9 +111,9 @@ int main(int argc, char** argv) {
   try {
     return Run(argc, argv);
   } catch (const std::exception& e) {
-    std::cerr << "gorv-sim: " << e.what() << "\n";
+    ErrorLine::Print(e.what());
   } catch (...) {
-    std::cerr << "gorv-sim: unknown error\n";
+    ErrorLine::Print("unknown error");
   }
   return ExitStatus::kNotRun;
 }

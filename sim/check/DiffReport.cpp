@@ -1,23 +1,24 @@
 #include "sim/check/DiffReport.h"
 
-#include "sim/output/TimelinePrinter.h"
+#include "sim/SimWords.h"
+#include "sim/TextEscape.h"
 
 namespace {
 
 using Difference = EventComparator::Difference;
 
 void PrintDifference(const Difference& difference, std::ostream& out) {
-  out << TimelinePrinter::TimeColumn(difference.TimeMs()) << "  ";
+  out << SimWords::TimeColumn(difference.TimeMs()) << "  ";
   switch (difference.kind) {
     case Difference::Kind::Missing:
-      out << "missing   " << TimelinePrinter::Describe(difference.expected) << '\n';
+      out << "missing   " << SimWords::Describe(difference.expected) << '\n';
       break;
     case Difference::Kind::Extra:
-      out << "extra     " << TimelinePrinter::Describe(difference.recorded) << '\n';
+      out << "extra     " << SimWords::Describe(difference.recorded) << '\n';
       break;
     case Difference::Kind::Changed:
-      out << "changed   " << TimelinePrinter::Describe(difference.recorded) << '\n'
-          << std::string(12, ' ') << "expected  " << TimelinePrinter::Describe(difference.expected)
+      out << "changed   " << SimWords::Describe(difference.recorded) << '\n'
+          << std::string(12, ' ') << "expected  " << SimWords::Describe(difference.expected)
           << '\n';
       break;
   }
@@ -29,12 +30,13 @@ void DiffReport::Print(const std::string& scenario, const std::string& expectedF
                        const EventComparator::Result& result, std::ostream& out, size_t shown) {
   const auto& differences = result.differences;
   if (differences.empty()) {
-    out << "gorv-sim: " << scenario << ": " << result.matched << " events match " << expectedFile
-        << '\n';
+    out << "gorv-sim: " << TextEscape::Terminal(scenario) << ": " << result.matched
+        << " events match " << TextEscape::Terminal(expectedFile) << '\n';
     return;
   }
-  out << "gorv-sim: " << scenario << ": " << differences.size() << " difference(s) from "
-      << expectedFile << " (" << result.matched << " events match)\n"
+  out << "gorv-sim: " << TextEscape::Terminal(scenario) << ": " << differences.size()
+      << " difference(s) from " << TextEscape::Terminal(expectedFile) << " (" << result.matched
+      << " events match)\n"
       << "  time (s)  difference\n";
   for (size_t i = 0; i < differences.size() && i < shown; ++i) {
     PrintDifference(differences[i], out);

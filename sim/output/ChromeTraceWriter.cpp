@@ -2,10 +2,9 @@
 
 #include <nlohmann/json.hpp>
 
+#include "sim/SimWords.h"
 #include "sim/output/BucketBudget.h"
 #include "sim/output/RunSeries.h"
-#include "sim/output/RunSummary.h"
-#include "sim/output/TimelinePrinter.h"
 
 namespace {
 
@@ -66,12 +65,12 @@ void ChromeTraceWriter::Event(const SimEvent& event) {
   switch (event.kind) {
     case SimEvent::Kind::Trigger:
       state.instants.push_back(
-          Instant(TimelinePrinter::TriggerName(event.value), "trigger", event.tMs, kFrameworkThread,
+          Instant(SimWords::TriggerName(event.value), "trigger", event.tMs, kFrameworkThread,
                   {{"id", event.value}, {"component", event.name}, {"value", event.triggerValue}}));
       break;
     case SimEvent::Kind::Node:
       state.instants.push_back(
-          Instant("write " + RunSummary::ShortNode(event.name) + " = " + event.text, "node",
+          Instant("write " + SimWords::ShortNode(event.name) + " = " + event.text, "node",
                   event.tMs, kPluginThread, {{"path", event.name}, {"value", event.text}}));
       break;
     case SimEvent::Kind::Log:

@@ -2,11 +2,13 @@
 
 #include <charconv>
 
+#include "sim/SimWords.h"
+
 bool RunSummary::Add(const SimEvent& event) {
   bool wasHeld = lockHeld();
   switch (event.kind) {
     case SimEvent::Kind::Node: {
-      std::string node = ShortNode(event.name);
+      std::string node = SimWords::ShortNode(event.name);
       ++mNodeWrites[node];
       int value = 0;
       if (node != "fps") break;
@@ -44,8 +46,4 @@ void RunSummary::Finish(int64_t endMs) {
     ++mLockSpans;
   }
   mHeld.clear();
-}
-
-std::string RunSummary::ShortNode(const std::string& path) {
-  return path.substr(path.rfind('/') + 1);
 }

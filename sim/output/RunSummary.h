@@ -30,9 +30,6 @@ class RunSummary {
   const std::map<std::string, int64_t>& nodeWrites() const { return mNodeWrites; }
   int64_t messages() const { return mMessages; }
 
-  // "target_pid" for "/sys/kernel/sched_penalty/parameters/target_pid".
-  static std::string ShortNode(const std::string& path);
-
  private:
   int mTarget = 0;
   int64_t mTargetChanges = 0;

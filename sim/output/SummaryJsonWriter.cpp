@@ -1,6 +1,6 @@
 #include "sim/output/SummaryJsonWriter.h"
 
-#include "sim/output/TimelinePrinter.h"
+#include "sim/SimWords.h"
 
 namespace {
 
@@ -46,7 +46,7 @@ void SummaryJsonWriter::End(const RunEnd& end) {
   for (const auto& [at, fps] : mTargets) targets.push_back({{"t", at}, {"fps", fps}});
   for (const auto& [from, to] : mSpans) spans.push_back({{"from", from}, {"to", to}});
   for (const auto& [id, count] : mTriggers) {
-    triggers.push_back({{"id", id}, {"name", TimelinePrinter::TriggerName(id)}, {"count", count}});
+    triggers.push_back({{"id", id}, {"name", SimWords::TriggerName(id)}, {"count", count}});
   }
   Json json = {{"scenario", mScenario}, {"end_ms", end.endMs}, {"session_ms", end.sessionMs}};
   if (!end.stopped.empty()) json["stopped"] = end.stopped;

@@ -6,11 +6,10 @@
 #include <string>
 #include <vector>
 
+#include "sim/SimWords.h"
 #include "sim/TextEscape.h"
 #include "sim/output/BucketBudget.h"
 #include "sim/output/RunSeries.h"
-#include "sim/output/RunSummary.h"
-#include "sim/output/TimelinePrinter.h"
 
 namespace {
 
@@ -179,7 +178,7 @@ void SvgPlotWriter::Event(const SimEvent& event) {
   State& state = *mState;
   state.series.Add(event);
   if (event.kind != SimEvent::Kind::Trigger || !state.labels.Take(event.tMs)) return;
-  std::string label = TimelinePrinter::TriggerName(event.value);
+  std::string label = SimWords::TriggerName(event.value);
   if (event.value == 4221 || event.value == 4222) label += " " + std::to_string(event.triggerValue);
   state.triggers.emplace_back(event.tMs, label);
 }

@@ -1,80 +1,13 @@
 #include "sim/output/TimelinePrinter.h"
 
-#include <cstdio>
-#include <sstream>
-
+#include "sim/SimWords.h"
 #include "sim/TextEscape.h"
 
 namespace {
 
-std::string Seconds(int64_t ms) {
-  char text[32];
-  std::snprintf(text, sizeof(text), "%.3f", static_cast<double>(ms) / 1000.0);
-  return text;
-}
+using SimWords::Seconds;
 
 }  // namespace
-
-std::string TimelinePrinter::Describe(const SimEvent& event) {
-  switch (event.kind) {
-    case SimEvent::Kind::Node:
-      return "node     " + TextEscape::Terminal(RunSummary::ShortNode(event.name)) + " <- " +
-             TextEscape::Terminal(event.text);
-    case SimEvent::Kind::LockAcquire: {
-      std::ostringstream line;
-      line << "lock     ";
-      if (event.handle >= 1) {
-        line << "acquired, handle " << event.handle;
-      } else {
-        line << "acquire failed (" << event.handle << ")";
-      }
-      if (event.resources.size() == 2) {
-        line << " (resource 0x" << std::hex << event.resources[0] << std::dec << " = "
-             << event.resources[1] << ")";
-      }
-      return line.str();
-    }
-    case SimEvent::Kind::LockRelease:
-      return "lock     released, handle " + std::to_string(event.handle);
-    case SimEvent::Kind::Log:
-      return "log      " + TextEscape::Terminal(event.text);
-    case SimEvent::Kind::Counter:
-      return "counter  " + TextEscape::Terminal(event.name) + " = " + std::to_string(event.value);
-    case SimEvent::Kind::TraceSection:
-      return "trace    " + TextEscape::Terminal(event.name);
-    case SimEvent::Kind::Trigger:
-      return "> " + TimelinePrinter::TriggerName(event.value) + " " + std::to_string(event.value) +
-             " " + TextEscape::Terminal(event.name) + " " + std::to_string(event.triggerValue);
-  }
-  return "";
-}
-
-std::string TimelinePrinter::TimeColumn(int64_t ms) {
-  std::string time = Seconds(ms);
-  return std::string(time.size() < 10 ? 10 - time.size() : 0, ' ') + time;
-}
-
-std::string TimelinePrinter::TriggerName(int64_t id) {
-  switch (id) {
-    case 4097:
-    case 4099:
-      return "start";
-    case 4098:
-    case 4100:
-      return "stop";
-    case 4221:
-      return "fps-hint";
-    case 4222:
-      return "vendor-hint-disable";
-    default:
-      return "trigger";
-  }
-}
-
-void TimelinePrinter::Print(const RunResult& result, std::ostream& out) {
-  TimelinePrinter printer(out);
-  result.Replay(printer);
-}
 
 void TimelinePrinter::Begin(const RunInfo& info) {
   mOut << "gorv-sim: " << TextEscape::Terminal(info.scenarioName) << ", 0.000 s to "
@@ -90,7 +23,7 @@ void TimelinePrinter::Begin(const RunInfo& info) {
 
 void TimelinePrinter::Event(const SimEvent& event) {
   mSummary.Add(event);
-  mOut << TimeColumn(event.tMs) << "  " << Describe(event) << '\n';
+  mOut << SimWords::TimeColumn(event.tMs) << "  " << SimWords::Describe(event) << '\n';
 }
 
 void TimelinePrinter::End(const RunEnd& end) {

@@ -7,7 +7,6 @@
 #include <ostream>
 #include <string>
 
-#include "sim/output/RunResult.h"
 #include "sim/output/RunSink.h"
 #include "sim/output/RunSummary.h"
 
@@ -17,14 +16,6 @@ class TimelinePrinter : public RunSink {
   void Begin(const RunInfo& info) override;
   void Event(const SimEvent& event) override;
   void End(const RunEnd& end) override;
-
-  // A whole run at once.
-  static void Print(const RunResult& result, std::ostream& out);
-  static std::string TriggerName(int64_t id);
-  // One event as its timeline line has it after the time: "node     fps <- 60".
-  static std::string Describe(const SimEvent& event);
-  // The time column: `ms` in seconds, right-aligned in 10 characters.
-  static std::string TimeColumn(int64_t ms);
 
  private:
   std::ostream& mOut;

@@ -17,6 +17,7 @@
 #include "host/framework/PluginLoader.h"
 #include "host/framework/SteppedRunner.h"
 #include "host/platform/HostEnv.h"
+#include "sim/TextEscape.h"
 #include "sim/run/EventRecorder.h"
 
 namespace {
@@ -89,7 +90,10 @@ class SessionClock {
 
 Feature* CreateFeature(const Scenario& scenario, const Simulator::Options& options,
                        std::string* error) {
-  if (!PluginLoader::Load(options.pluginPath, error)) return nullptr;
+  if (!PluginLoader::Load(options.pluginPath, error)) {
+    *error = TextEscape::Terminal(*error);  // the path is the user's (GORV_PLUGIN)
+    return nullptr;
+  }
   return PluginLoader::Create("GORV", InfoOf(scenario), error);
 }
 

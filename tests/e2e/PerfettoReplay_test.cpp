@@ -166,7 +166,7 @@ TEST_F(PerfettoReplayTest, TheReportsMarkTheJankyFrames) {
   EXPECT_EQ(result.info.jankyMs, (Times{1000, 1350}));
 
   std::ostringstream timeline, plot, trace;
-  TimelinePrinter::Print(result, timeline);
+  result.WriteAs<TimelinePrinter>(timeline);
   EXPECT_NE(timeline.str().find("\nframes from 1.000 s: layer 'TX - game#1' of " + dir +
                                 "/game.txt, 3 frames (2 flagged janky by the trace)\n\n"),
             std::string::npos)

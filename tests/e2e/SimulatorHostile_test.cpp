@@ -131,15 +131,20 @@ TEST_F(SimulatorHostileTest, BytesAndFilesThatAreNotScenarios) {
 // One hostile case, run through the program in a folder of its own: the
 // files it makes there, the command line and environment ("$DIR" stands
 // for the folder), the exit status, a fragment of standard error ("" for
-// none expected) and the paths that must not exist afterwards.
+// none expected), the paths that must not exist afterwards and a fragment of
+// standard output ("" for any).
 struct HostileCase {
   std::vector<std::pair<std::string, std::string>> files;
   std::string arguments;
   std::string environment;
   int status;
   std::string message;
-  std::vector<std::string> absent;
+  std::vector<std::string> absent = {};
+  std::string shown = "";
 };
+
+const std::pair<std::string, std::string> kShort = {"a.scn", "fps 0 60\nend 500\n"};
+const std::pair<std::string, std::string> kCapture = {"cap.txt", "100\n200\n"};
 
 std::string InFolder(std::string text, const std::string& dir) {
   for (size_t at; (at = text.find("$DIR")) != std::string::npos;) text.replace(at, 4, dir);
@@ -177,6 +182,56 @@ const HostileCase kHostileCases[] = {
      1,
      "gorv-sim: cannot write $DIR/no/plot.svg: No such file or directory\n",
      {}},
+    {{kShort},
+     "a.scn --events ./a.scn",
+     "",
+     2,
+     "gorv-sim: --events ./a.scn is the same file as the scenario a.scn\n"},
+    {{kCapture, {"c.scn", "frames 0 cap.txt\nend 500\n"}},
+     "$DIR/c.scn --plot $DIR/cap.txt",
+     "",
+     2,
+     "gorv-sim: --plot $DIR/cap.txt is the same file as the capture $DIR/cap.txt\n"},
+    {{kShort, {"x.jsonl", ""}},
+     "a.scn --expect x.jsonl --summary-json x.jsonl",
+     "",
+     2,
+     "gorv-sim: --summary-json x.jsonl is the same file as --expect x.jsonl\n"},
+    {{kShort},
+     "a.scn --trace new.json --plot ./new.json",
+     "",
+     2,
+     "gorv-sim: --plot ./new.json is the same file as --trace new.json\n",
+     {"new.json"}},
+    {{kShort},
+     "a.scn --events - --plot /dev/stdout",
+     "",
+     2,
+     "gorv-sim: --plot /dev/stdout is the same file as --events -\n"},
+    {{kShort},
+     "a.scn --events - --trace -",
+     "",
+     2,
+     "gorv-sim: --trace - is the same file as --events -\n"},
+    {{kShort}, "a.scn --events /dev/null --plot /dev/null", "", 0, ""},
+    {{kShort, {"file", ""}},
+     "a.scn --events $DIR/file/out/",
+     "",
+     1,
+     "gorv-sim: cannot create the folder $DIR/file/out/: Not a directory\n"},
+    {{{"s/\x1B[31mred.scn", "fps 0 60\nend 500\n"}, {"s/b.scn", "fps 0 60\nend 500\n"}},
+     "s",
+     "",
+     0,
+     "",
+     {},
+     "\n\\x1B[31mred  ok    "},
+    {{{"s/\x1B]0;x\x07.scn", "bad"}}, "s", "", 2, "gorv-sim: s/\\x1B]0;x\\x07.scn:1: "},
+    {{kShort},
+     "a.scn",
+     "GORV_PLUGIN='/no/\x1B[2J\x07x'",
+     1,
+     "gorv-sim: cannot load /no/\\x1B[2J\\x07x: "},
 };
 
 TEST_F(SimulatorHostileTest, HostileCasesEndWithTheirStatusAndLeaveNothingBehind) {
@@ -196,6 +251,8 @@ TEST_F(SimulatorHostileTest, HostileCasesEndWithTheirStatusAndLeaveNothingBehind
     for (const std::string& pattern : row.absent) {
       EXPECT_EQ(Matching(where, pattern), "") << label;
     }
+    EXPECT_NE(run.out.find(InFolder(row.shown, where)), std::string::npos) << label << "\n"
+                                                                           << run.out;
   }
 }
 

@@ -1,0 +1,18 @@
+// The one way gorv-sim reports an error on standard error: "gorv-sim: "
+// and the text on one line, every byte a user or the plug-in chose (a path,
+// a scenario name, a log line) escaped as the timeline escapes it, so that
+// no message can move the cursor or forge a line. Escaping is idempotent:
+// text already escaped where it was made stays as it is.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace ErrorLine {
+
+// "gorv-sim: " + the escaped text + "\n".
+std::string Text(std::string_view message);
+// Writes Text(message) to standard error. Main thread.
+void Print(std::string_view message);
+
+}  // namespace ErrorLine
