@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <sstream>
+#include <utility>
 
 #include "feature/GorvFeature.h"
 #include "sim/TextEscape.h"
@@ -48,20 +49,18 @@ std::string TimeColumn(int64_t ms) { return RightAligned(Seconds(ms), 10); }
 std::string ShortNode(const std::string& path) { return path.substr(path.rfind('/') + 1); }
 
 std::string TriggerName(int64_t id) {
-  switch (id) {
-    case GorvFeature::kTriggerStart:
-    case GorvFeature::kTriggerStartAlt:
-      return "start";
-    case GorvFeature::kTriggerStop:
-    case GorvFeature::kTriggerStopAlt:
-      return "stop";
-    case GorvFeature::kTriggerFpsHint:
-      return "fps-hint";
-    case GorvFeature::kTriggerVendorHintDisable:
-      return "vendor-hint-disable";
-    default:
-      return "trigger";
+  static constexpr std::pair<int32_t, const char*> kNames[] = {
+      {GorvFeature::kTriggerStart, "start"},
+      {GorvFeature::kTriggerStartAlt, "start"},
+      {GorvFeature::kTriggerStop, "stop"},
+      {GorvFeature::kTriggerStopAlt, "stop"},
+      {GorvFeature::kTriggerFpsHint, "fps-hint"},
+      {GorvFeature::kTriggerVendorHintDisable, "vendor-hint-disable"},
+  };
+  for (const auto& [known, name] : kNames) {
+    if (known == id) return name;
   }
+  return "trigger";
 }
 
 std::string Describe(const SimEvent& event) {

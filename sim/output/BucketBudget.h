@@ -3,15 +3,14 @@
 // are counted. Times must come in order. Single-threaded.
 #pragma once
 
-#include <algorithm>
 #include <cstdint>
+
+#include "sim/output/TimeBuckets.h"
 
 class BucketBudget {
  public:
   BucketBudget(int64_t endMs, int64_t buckets, int64_t perBucket)
-      : mWidthMs(
-            std::max<int64_t>(1, std::max<int64_t>(endMs, 0) / std::max<int64_t>(buckets, 1) + 1)),
-        mPerBucket(perBucket) {}
+      : mWidthMs(TimeBuckets::WidthMs(endMs, buckets)), mPerBucket(perBucket) {}
 
   // True when a mark at `ms` is kept.
   bool Take(int64_t ms) {

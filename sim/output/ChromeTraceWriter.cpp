@@ -3,8 +3,6 @@
 #include <nlohmann/json.hpp>
 
 #include "sim/SimWords.h"
-#include "sim/output/BucketBudget.h"
-#include "sim/output/RunSeries.h"
 
 namespace {
 
@@ -35,92 +33,82 @@ Json ThreadName(int tid, const char* name) {
 
 }  // namespace
 
-struct ChromeTraceWriter::State {
-  State(const RunInfo& run)
-      : name(run.scenarioName), series(run, kBuckets), budget(run.endMs, kBuckets, kPerBucket) {
-    BucketBudget jankyBudget(run.endMs, kBuckets, kPerBucket);
-    for (int64_t ms : run.jankyMs) {
-      if (jankyBudget.Take(ms)) janky.push_back(ms);
-    }
-  }
-  std::string name;
-  RunSeries series;
-  BucketBudget budget;
-  Json instants = Json::array();
-  std::vector<int64_t> janky;  // the replayed trace's janky frames, reduced alike
-};
+ChromeTrace::ChromeTrace(const RunInfo& run)
+    : mName(run.scenarioName),
+      mSeries(run, kBuckets, kPerBucket),
+      mBudget(run.endMs, kBuckets, kPerBucket) {}
 
-ChromeTraceWriter::ChromeTraceWriter(std::ostream& out) : mOut(out) {}
-ChromeTraceWriter::~ChromeTraceWriter() = default;
-
-void ChromeTraceWriter::Begin(const RunInfo& info) { mState = std::make_unique<State>(info); }
-
-void ChromeTraceWriter::Event(const SimEvent& event) {
-  State& state = *mState;
-  state.series.Add(event);
+void ChromeTrace::Add(const SimEvent& event) {
+  mSeries.Add(event);
   if (event.kind == SimEvent::Kind::Counter || event.kind == SimEvent::Kind::TraceSection ||
-      !state.budget.Take(event.tMs)) {
+      !mBudget.Take(event.tMs)) {
     return;
   }
   switch (event.kind) {
     case SimEvent::Kind::Trigger:
-      state.instants.push_back(
+      mInstants.push_back(
           Instant(SimWords::TriggerName(event.value), "trigger", event.tMs, kFrameworkThread,
                   {{"id", event.value}, {"component", event.name}, {"value", event.triggerValue}}));
       break;
     case SimEvent::Kind::Node:
-      state.instants.push_back(
-          Instant("write " + SimWords::ShortNode(event.name) + " = " + event.text, "node",
-                  event.tMs, kPluginThread, {{"path", event.name}, {"value", event.text}}));
+      mInstants.push_back(Instant("write " + SimWords::ShortNode(event.name) + " = " + event.text,
+                                  "node", event.tMs, kPluginThread,
+                                  {{"path", event.name}, {"value", event.text}}));
       break;
     case SimEvent::Kind::Log:
-      state.instants.push_back(Instant("log", "log", event.tMs, kPluginThread,
-                                       {{"tag", event.name}, {"message", event.text}}));
+      mInstants.push_back(Instant("log", "log", event.tMs, kPluginThread,
+                                  {{"tag", event.name}, {"message", event.text}}));
       break;
     default:
-      state.instants.push_back(Instant(
+      mInstants.push_back(Instant(
           event.kind == SimEvent::Kind::LockAcquire ? "perf lock acquire" : "perf lock release",
           "perf_lock", event.tMs, kPluginThread, {{"handle", event.handle}}));
       break;
   }
 }
 
-void ChromeTraceWriter::End(const RunEnd& end) {
-  State& state = *mState;
+Json ChromeTrace::Metadata() const {
   Json events = Json::array();
   events.push_back({{"name", "process_name"},
                     {"ph", "M"},
                     {"pid", kPid},
-                    {"args", {{"name", "gorv-sim: " + state.name}}}});
+                    {"args", {{"name", "gorv-sim: " + mName}}}});
   events.push_back(ThreadName(kPluginThread, "libgorv effects"));
   events.push_back(ThreadName(kFrameworkThread, "framework triggers"));
-  for (const auto& [ms, fps] : state.series.Measured()) {
+  return events;
+}
+
+Json ChromeTrace::Counters(const RunEnd& end) const {
+  Json events = Json::array();
+  for (const auto& [ms, fps] : mSeries.Measured()) {
     if (ms <= end.endMs) events.push_back(Counter("measured fps", ms, fps));
   }
-  for (const auto& [ms, fps] : state.series.Target())
-    events.push_back(Counter("target fps", ms, fps));
-  for (const auto& [ms, held] : state.series.Lock()) {
-    events.push_back(Counter("perf lock held", ms, held));
-  }
-  if (!end.stopped.empty() && state.series.Lock().back().second != 0) {
+  for (const auto& [ms, fps] : mSeries.Target()) events.push_back(Counter("target fps", ms, fps));
+  std::vector<SeriesReducer::Point> lock = mSeries.Lock();
+  for (const auto& [ms, held] : lock) events.push_back(Counter("perf lock held", ms, held));
+  if (!end.stopped.empty() && lock.back().second != 0) {
     events.push_back(Counter("perf lock held", end.endMs, 0));
   }
-  for (Json& instant : state.instants) events.push_back(std::move(instant));
-  if (state.budget.dropped() > 0) {
-    events.push_back(Instant(std::to_string(state.budget.dropped()) +
-                                 " more events not shown here (--events has them all)",
-                             "reduced", 0, kPluginThread, Json::object()));
+  return events;
+}
+
+void ChromeTrace::Write(const RunEnd& end, std::ostream& out) {
+  Json events = Metadata();
+  for (Json& counter : Counters(end)) events.push_back(std::move(counter));
+  for (Json& instant : mInstants) events.push_back(std::move(instant));
+  if (mBudget.dropped() > 0) {
+    events.push_back(Instant(
+        std::to_string(mBudget.dropped()) + " more events not shown here (--events has them all)",
+        "reduced", 0, kPluginThread, Json::object()));
   }
   if (!end.stopped.empty()) {
     events.push_back(
         Instant("stopped: " + end.stopped, "stopped", end.endMs, kFrameworkThread, Json::object()));
   }
-  if (!state.janky.empty()) events.push_back(ThreadName(kReplayThread, "replayed trace"));
-  for (int64_t ms : state.janky) {
+  if (!mSeries.Janky().empty()) events.push_back(ThreadName(kReplayThread, "replayed trace"));
+  for (int64_t ms : mSeries.Janky()) {
     events.push_back(Instant("janky frame", "jank", ms, kReplayThread, Json::object()));
   }
   Json trace = {{"traceEvents", std::move(events)}, {"displayTimeUnit", "ms"}};
-  mOut << trace.dump(1, ' ', false, Json::error_handler_t::replace) << '\n';
-  mOut.flush();
-  mState.reset();
+  out << trace.dump(1, ' ', false, Json::error_handler_t::replace) << '\n';
 }

@@ -10,25 +10,33 @@
 #pragma once
 
 #include <cstdint>
-#include <memory>
+#include <nlohmann/json.hpp>
 #include <ostream>
+#include <string>
 
 #include "sim/output/BucketBudget.h"
-#include "sim/output/RunSink.h"
+#include "sim/output/RunSeries.h"
+#include "sim/output/WrittenAtEnd.h"
 
-class ChromeTraceWriter : public RunSink {
+// The trace of one run, from Begin to End (WrittenAtEnd).
+class ChromeTrace {
  public:
   static constexpr int64_t kBuckets = 20000;
   static constexpr int64_t kPerBucket = 4;
 
-  explicit ChromeTraceWriter(std::ostream& out);
-  ~ChromeTraceWriter() override;
-  void Begin(const RunInfo& info) override;
-  void Event(const SimEvent& event) override;
-  void End(const RunEnd& end) override;
+  explicit ChromeTrace(const RunInfo& run);
+  // Keeps the event's counters and, within the budget, its instant.
+  void Add(const SimEvent& event);
+  void Write(const RunEnd& end, std::ostream& out);
 
  private:
-  struct State;
-  std::ostream& mOut;
-  std::unique_ptr<State> mState;  // from Begin to End
+  nlohmann::ordered_json Metadata() const;
+  nlohmann::ordered_json Counters(const RunEnd& end) const;
+
+  std::string mName;
+  RunSeries mSeries;
+  BucketBudget mBudget;
+  nlohmann::ordered_json mInstants = nlohmann::ordered_json::array();
 };
+
+using ChromeTraceWriter = WrittenAtEnd<ChromeTrace>;

@@ -1,7 +1,11 @@
 #include "sim/output/RunSeries.h"
 
-RunSeries::RunSeries(const RunInfo& info, int64_t buckets)
+RunSeries::RunSeries(const RunInfo& info, int64_t buckets, int64_t jankyPerBucket)
     : mMeasured(info.endMs, buckets), mTarget(info.endMs, buckets), mLock(info.endMs, buckets) {
+  BucketBudget jankyBudget(info.endMs, buckets, jankyPerBucket);
+  for (int64_t ms : info.jankyMs) {
+    if (jankyBudget.Take(ms)) mJanky.push_back(ms);
+  }
   for (const auto& [ms, fps] : info.measured) {
     if (ms <= info.endMs) mMeasured.Add(ms, fps);
   }

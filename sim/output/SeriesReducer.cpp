@@ -2,9 +2,10 @@
 
 #include <algorithm>
 
+#include "sim/output/TimeBuckets.h"
+
 SeriesReducer::SeriesReducer(int64_t endMs, int64_t buckets)
-    : mWidthMs(
-          std::max<int64_t>(1, std::max<int64_t>(endMs, 0) / std::max<int64_t>(buckets, 1) + 1)),
+    : mWidthMs(TimeBuckets::WidthMs(endMs, buckets)),
       mLastBucket(std::max<int64_t>(endMs, 0) / mWidthMs) {}
 
 int64_t SeriesReducer::BucketOf(int64_t ms) const {

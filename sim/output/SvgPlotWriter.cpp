@@ -6,10 +6,9 @@
 #include <string>
 #include <vector>
 
+#include "feature/GorvFeature.h"
 #include "sim/SimWords.h"
 #include "sim/TextEscape.h"
-#include "sim/output/BucketBudget.h"
-#include "sim/output/RunSeries.h"
 
 namespace {
 
@@ -142,6 +141,36 @@ void LockSpans(const Frame& frame, const Points& lock, int64_t endMs, std::ostre
   }
 }
 
+void Title(const std::string& name, std::ostream& out) {
+  out << "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" << kWidth << "\" height=\"" << kHeight
+      << "\" viewBox=\"0 0 " << kWidth << " " << kHeight << "\">\n"
+      << "<rect width=\"100%\" height=\"100%\" fill=\"white\"/>\n"
+      << "<text x=\"" << kWidth / 2
+      << "\" y=\"18\" text-anchor=\"middle\" font-family=\"sans-serif\" "
+      << "font-size=\"15\">" << TextEscape::Xml("gorv-sim: " + name)
+      << " - measured frame rate and target</text>\n";
+}
+
+void TriggerLines(const Frame& frame, const std::vector<std::pair<int64_t, std::string>>& triggers,
+                  std::ostream& out) {
+  int row = 0;
+  for (const auto& [ms, label] : triggers) {
+    double x = frame.X(ms);
+    out << "<line x1=\"" << x << "\" y1=\"" << kTop << "\" x2=\"" << x << "\" y2=\"" << kBottom
+        << "\" stroke=\"#777\" stroke-dasharray=\"3,3\"/>\n<text x=\"" << x + 3 << "\" y=\""
+        << kTop + 14 + 14 * (row++ % 3) << "\" font-family=\"sans-serif\" font-size=\"11\" "
+        << "fill=\"#555\">" << TextEscape::Xml(label) << "</text>\n";
+  }
+}
+
+void Stopped(const Frame& frame, const RunEnd& end, std::ostream& out) {
+  double x = frame.X(end.endMs);
+  out << "<line x1=\"" << x << "\" y1=\"" << kTop << "\" x2=\"" << x << "\" y2=\"" << kBottom
+      << "\" stroke=\"#d62728\" stroke-width=\"2\"/>\n<text x=\"" << x - 3 << "\" y=\""
+      << kBottom - 8 << "\" text-anchor=\"end\" font-family=\"sans-serif\" font-size=\"11\" "
+      << "fill=\"#d62728\">" << TextEscape::Xml("stopped: " + end.stopped) << "</text>\n";
+}
+
 double MaxOf(const Points& points, double least) {
   for (const auto& point : points) least = std::max(least, point.second);
   return least;
@@ -149,81 +178,40 @@ double MaxOf(const Points& points, double least) {
 
 }  // namespace
 
-struct SvgPlotWriter::State {
-  explicit State(const RunInfo& run)
-      : name(run.scenarioName),
-        endMs(run.endMs),
-        series(run, kBuckets),
-        labels(run.endMs, kBuckets, 1) {
-    // One tick per span is all a reader can tell apart.
-    BucketBudget ticks(run.endMs, kBuckets, 1);
-    for (int64_t ms : run.jankyMs) {
-      if (ticks.Take(ms)) janky.push_back(ms);
-    }
-  }
-  std::string name;
-  int64_t endMs;
-  RunSeries series;
-  BucketBudget labels;
-  std::vector<std::pair<int64_t, std::string>> triggers;  // at most kBuckets
-  std::vector<int64_t> janky;                             // at most kBuckets
-};
+SvgPlot::SvgPlot(const RunInfo& run)
+    : mName(run.scenarioName),
+      mEndMs(run.endMs),
+      mSeries(run, kBuckets, 1),
+      mLabels(run.endMs, kBuckets, 1) {}
 
-SvgPlotWriter::SvgPlotWriter(std::ostream& out) : mOut(out) {}
-SvgPlotWriter::~SvgPlotWriter() = default;
-
-void SvgPlotWriter::Begin(const RunInfo& info) { mState = std::make_unique<State>(info); }
-
-void SvgPlotWriter::Event(const SimEvent& event) {
-  State& state = *mState;
-  state.series.Add(event);
-  if (event.kind != SimEvent::Kind::Trigger || !state.labels.Take(event.tMs)) return;
+void SvgPlot::Add(const SimEvent& event) {
+  mSeries.Add(event);
+  if (event.kind != SimEvent::Kind::Trigger || !mLabels.Take(event.tMs)) return;
   std::string label = SimWords::TriggerName(event.value);
-  if (event.value == 4221 || event.value == 4222) label += " " + std::to_string(event.triggerValue);
-  state.triggers.emplace_back(event.tMs, label);
+  if (event.value == GorvFeature::kTriggerFpsHint ||
+      event.value == GorvFeature::kTriggerVendorHintDisable) {
+    label += " " + std::to_string(event.triggerValue);
+  }
+  mTriggers.emplace_back(event.tMs, label);
 }
 
-void SvgPlotWriter::End(const RunEnd& end) {
-  State& state = *mState;
-  Points measured = state.series.Measured();
-  Points target = state.series.Target();
-  Points lock = state.series.Lock();
-  Frame frame(state.endMs, MaxOf(target, MaxOf(measured, 150)));
-  int64_t lastMs = std::min(end.endMs, state.endMs);
-
-  mOut << "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" << kWidth << "\" height=\""
-       << kHeight << "\" viewBox=\"0 0 " << kWidth << " " << kHeight << "\">\n"
-       << "<rect width=\"100%\" height=\"100%\" fill=\"white\"/>\n"
-       << "<text x=\"" << kWidth / 2
-       << "\" y=\"18\" text-anchor=\"middle\" font-family=\"sans-serif\" "
-       << "font-size=\"15\">" << TextEscape::Xml("gorv-sim: " + state.name)
-       << " - measured frame rate and target</text>\n";
-  LockSpans(frame, lock, lastMs, mOut);
-  Axes(frame, mOut);
-  Legend(!state.janky.empty(), mOut);
-  JankyFrames(frame, state.janky, mOut);
+void SvgPlot::Write(const RunEnd& end, std::ostream& out) {
+  Points measured = mSeries.Measured();
+  Points target = mSeries.Target();
+  Frame frame(mEndMs, MaxOf(target, MaxOf(measured, 150)));
+  int64_t lastMs = std::min(end.endMs, mEndMs);
+  Title(mName, out);
+  LockSpans(frame, mSeries.Lock(), lastMs, out);
+  Axes(frame, out);
+  Legend(!mSeries.Janky().empty(), out);
+  JankyFrames(frame, mSeries.Janky(), out);
   Points shown;
   for (const auto& point : measured) {
     if (point.first <= lastMs) shown.push_back(point);
   }
-  StepLine(frame, shown, lastMs, "stroke=\"#1f77b4\" stroke-width=\"1.5\"", mOut);
-  StepLine(frame, target, lastMs, "stroke=\"#ff7f0e\" stroke-width=\"3\"", mOut);
-  int row = 0;
-  for (const auto& [ms, label] : state.triggers) {
-    double x = frame.X(ms);
-    mOut << "<line x1=\"" << x << "\" y1=\"" << kTop << "\" x2=\"" << x << "\" y2=\"" << kBottom
-         << "\" stroke=\"#777\" stroke-dasharray=\"3,3\"/>\n<text x=\"" << x + 3 << "\" y=\""
-         << kTop + 14 + 14 * (row++ % 3) << "\" font-family=\"sans-serif\" font-size=\"11\" "
-         << "fill=\"#555\">" << TextEscape::Xml(label) << "</text>\n";
-  }
-  if (!end.stopped.empty()) {
-    double x = frame.X(end.endMs);
-    mOut << "<line x1=\"" << x << "\" y1=\"" << kTop << "\" x2=\"" << x << "\" y2=\"" << kBottom
-         << "\" stroke=\"#d62728\" stroke-width=\"2\"/>\n<text x=\"" << x - 3 << "\" y=\""
-         << kBottom - 8 << "\" text-anchor=\"end\" font-family=\"sans-serif\" font-size=\"11\" "
-         << "fill=\"#d62728\">" << TextEscape::Xml("stopped: " + end.stopped) << "</text>\n";
-  }
-  mOut << "</svg>\n";
-  mOut.flush();
-  mState.reset();
+  StepLine(frame, shown, lastMs, "stroke=\"#1f77b4\" stroke-width=\"1.5\"", out);
+  StepLine(frame, target, lastMs, "stroke=\"#ff7f0e\" stroke-width=\"3\"", out);
+  TriggerLines(frame, mTriggers, out);
+  if (!end.stopped.empty()) Stopped(frame, end, out);
+  out << "</svg>\n";
 }

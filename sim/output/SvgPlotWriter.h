@@ -9,23 +9,31 @@
 #pragma once
 
 #include <cstdint>
-#include <memory>
 #include <ostream>
+#include <string>
+#include <utility>
+#include <vector>
 
-#include "sim/output/RunSink.h"
+#include "sim/output/BucketBudget.h"
+#include "sim/output/RunSeries.h"
+#include "sim/output/WrittenAtEnd.h"
 
-class SvgPlotWriter : public RunSink {
+// The plot of one run, from Begin to End (WrittenAtEnd).
+class SvgPlot {
  public:
   static constexpr int64_t kBuckets = 1000;
 
-  explicit SvgPlotWriter(std::ostream& out);
-  ~SvgPlotWriter() override;
-  void Begin(const RunInfo& info) override;
-  void Event(const SimEvent& event) override;
-  void End(const RunEnd& end) override;
+  explicit SvgPlot(const RunInfo& run);
+  // Keeps the event's series and, one per span, its trigger label.
+  void Add(const SimEvent& event);
+  void Write(const RunEnd& end, std::ostream& out);
 
  private:
-  struct State;
-  std::ostream& mOut;
-  std::unique_ptr<State> mState;  // from Begin to End
+  std::string mName;
+  int64_t mEndMs;
+  RunSeries mSeries;  // janky frames one per span: all a reader can tell apart
+  BucketBudget mLabels;
+  std::vector<std::pair<int64_t, std::string>> mTriggers;  // at most kBuckets
 };
+
+using SvgPlotWriter = WrittenAtEnd<SvgPlot>;
