@@ -15,7 +15,7 @@ bool RunSummary::Add(const SimEvent& event) {
       std::from_chars(event.text.data(), event.text.data() + event.text.size(), value);
       if (mTargetChanges > 0 && value == mTarget) break;
       mTarget = value;
-      if (++mTargetChanges <= static_cast<int64_t>(kShownTargets)) {
+      if (++mTargetChanges <= static_cast<int64_t>(kShownTargets) || mKeepAll) {
         mShownTargets.emplace_back(event.tMs, value);
       }
       return true;
@@ -37,7 +37,17 @@ bool RunSummary::Add(const SimEvent& event) {
     default:
       break;
   }
-  return wasHeld != lockHeld();
+  if (wasHeld == lockHeld()) return false;
+  HeldChanged(event.tMs);
+  return true;
+}
+
+void RunSummary::HeldChanged(int64_t ms) {
+  if (lockHeld()) {
+    mHeldSince = ms;
+  } else if (mKeepAll) {
+    mHeldSpans.emplace_back(mHeldSince, ms);
+  }
 }
 
 void RunSummary::Finish(int64_t endMs) {
@@ -45,5 +55,7 @@ void RunSummary::Finish(int64_t endMs) {
     mLockHeldMs += endMs - from;
     ++mLockSpans;
   }
+  bool wasHeld = lockHeld();
   mHeld.clear();
+  if (wasHeld) HeldChanged(endMs);
 }

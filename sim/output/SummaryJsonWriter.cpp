@@ -28,23 +28,15 @@ void SummaryJsonWriter::Begin(const RunInfo& info) { mScenario = info.scenarioNa
 
 void SummaryJsonWriter::Event(const SimEvent& event) {
   if (event.kind == SimEvent::Kind::Trigger) ++mTriggers[event.value];
-  int64_t changes = mSummary.targetChanges();
-  if (!mSummary.Add(event)) return;
-  if (mSummary.targetChanges() != changes) mTargets.emplace_back(event.tMs, mSummary.target());
-  if (mSummary.lockHeld() && mHeldSince < 0) {
-    mHeldSince = event.tMs;
-  } else if (!mSummary.lockHeld() && mHeldSince >= 0) {
-    mSpans.emplace_back(mHeldSince, event.tMs);
-    mHeldSince = -1;
-  }
+  mSummary.Add(event);
 }
 
 void SummaryJsonWriter::End(const RunEnd& end) {
   mSummary.Finish(end.endMs);
-  if (mHeldSince >= 0) mSpans.emplace_back(mHeldSince, end.endMs);
   Json targets = Json::array(), spans = Json::array(), triggers = Json::array();
-  for (const auto& [at, fps] : mTargets) targets.push_back({{"t", at}, {"fps", fps}});
-  for (const auto& [from, to] : mSpans) spans.push_back({{"from", from}, {"to", to}});
+  for (const auto& [at, fps] : mSummary.shownTargets())
+    targets.push_back({{"t", at}, {"fps", fps}});
+  for (const auto& [from, to] : mSummary.heldSpans()) spans.push_back({{"from", from}, {"to", to}});
   for (const auto& [id, count] : mTriggers) {
     triggers.push_back({{"id", id}, {"name", SimWords::TriggerName(id)}, {"count", count}});
   }

@@ -17,8 +17,6 @@
 #include <map>
 #include <nlohmann/json.hpp>
 #include <ostream>
-#include <utility>
-#include <vector>
 
 #include "sim/input/Scenario.h"
 #include "sim/output/RunSink.h"
@@ -36,9 +34,6 @@ class SummaryJsonWriter : public RunSink {
   std::ostream& mOut;
   nlohmann::ordered_json mReplays;
   std::string mScenario;
-  RunSummary mSummary;
-  std::vector<std::pair<int64_t, int>> mTargets;    // (ms, fps)
-  std::vector<std::pair<int64_t, int64_t>> mSpans;  // (from, to) ms of a lock held
-  int64_t mHeldSince = -1;
+  RunSummary mSummary{true};
   std::map<int64_t, int64_t> mTriggers;  // id -> count
 };
