@@ -69,7 +69,7 @@ void CheckOutputs(const RunResult& result) {
   result.WriteAs<SvgPlotWriter>(plot);
   if (plot.str().size() > (size_t{1} << 20)) Fail("the plot is larger than 1 MiB");
   if (plot.str().find("</svg>") == std::string::npos) Fail("the plot is cut short");
-  TimelinePrinter::Print(result, timeline);
+  result.WriteAs<TimelinePrinter>(timeline);
   for (char c : timeline.str()) {
     if ((static_cast<unsigned char>(c) < 0x20 && c != '\n' && c != '\t') || c == 0x7F) {
       Fail("a raw control byte in the timeline");

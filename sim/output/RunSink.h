@@ -1,7 +1,7 @@
 // Where a run's events go as they happen: the outputs (timeline, --events,
 // --trace, --plot) are sinks, so that a run of any length is written as it
 // goes and only what a reader can see is kept in memory. To add an output,
-// implement RunSink and add it to the fan-out in main.cpp.
+// implement RunSink and add a row to OutputTable.
 //
 // Calls come in this order on one thread: Begin once, Event for each event
 // in the order they happened (times never decrease), End once. End comes
