@@ -13,9 +13,10 @@
 // check does. Each run happens in a child process (ChildRun) so that the
 // plug-in ending its own process still leaves every output written up to
 // then. Exit status, the highest of the runs': 0 done (and matched); 1 the
-// plug-in could not be run, an output could not be written, or the events
-// differ from the expected ones; 2 bad usage or bad input (that scenario
-// does not run); 3 the plug-in ended its process (one line on standard
+// plug-in could not be run, an output (or its folder) could not be written,
+// or the events differ from the expected ones; 2 bad usage or bad input,
+// including an output that is the same file as an input or as another
+// output (that scenario does not run); 3 the plug-in ended its process (one line on standard
 // error says when and how); 128+N interrupted by signal N (SIGINT,
 // SIGTERM), which ends a batch. A closed pipe on an output ends the run
 // quietly, as SIGPIPE ends other tools.
