@@ -39,15 +39,11 @@ std::string Conflict(const std::vector<Named>& outputs, const std::vector<Named>
     std::optional<Identity> identity = IdentityOf(input.path);
     if (identity && std::get<2>(*identity).empty()) seen.emplace_back(*identity, &input);
   }
-  size_t inputCount = seen.size();
   for (const Named& output : outputs) {
     std::optional<Identity> identity = IdentityOf(output.path);
-    if (!identity) continue;
-    for (size_t i = 0; i < seen.size(); ++i) {
-      bool bothOutputs = i >= inputCount;
-      if (seen[i].first == *identity && !(bothOutputs && identity == null)) {
-        return Describe(output) + " is the same file as " + Describe(*seen[i].second);
-      }
+    if (!identity || (identity == null && output.path != "-")) continue;
+    for (const auto& [other, named] : seen) {
+      if (other == *identity) return Describe(output) + " is the same file as " + Describe(*named);
     }
     seen.emplace_back(*identity, &output);
   }

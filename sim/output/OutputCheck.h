@@ -5,8 +5,9 @@
 // /proc/self/fd/1) is caught; "-" is standard output as it is open now. An
 // output that does not exist yet cannot be an input, but two outputs may
 // name it: it is known by its folder's identity and its name there.
-// Several outputs to the null device are allowed: nothing written there
-// can be lost or mixed. Main thread.
+// A path to the null device is never in the way: nothing written there can
+// be lost or mixed ("-" twice is refused wherever standard output goes).
+// Main thread.
 #pragma once
 
 #include <string>
