@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <iostream>
+#include <ostream>
 #include <set>
 
 #include "sim/ErrorLine.h"
