@@ -282,22 +282,11 @@ bool PacketFraming(std::string_view head) {
     uint64_t tag = 0, value = 0;
     if (!Varint(head, &at, &tag)) return at == head.size();
     if ((tag >> 3) == 0) return false;
-    uint64_t skip = 0;
-    switch (tag & 7) {
-      case 0:
-        if (!Varint(head, &at, &value)) return at == head.size();
-        break;
-      case 1:
-        skip = 8;
-        break;
-      case 2:
-        if (!Varint(head, &at, &skip)) return at == head.size();
-        break;
-      case 5:
-        skip = 4;
-        break;
-      default:
-        return false;
+    // Wire types: 0 varint, 1 fixed64, 2 length-delimited, 5 fixed32.
+    uint64_t wire = tag & 7, skip = wire == 1 ? 8 : wire == 5 ? 4 : 0;
+    if (wire == 3 || wire == 4 || wire > 5) return false;
+    if ((wire == 0 || wire == 2) && !Varint(head, &at, wire == 0 ? &value : &skip)) {
+      return at == head.size();
     }
     if (skip >= head.size() - at) return true;
     at += skip;

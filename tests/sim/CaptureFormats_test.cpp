@@ -6,54 +6,32 @@
 #include "sim/input/CaptureFormats.h"
 
 #include <unistd.h>
-#include <zlib.h>
 
 #include <algorithm>
 #include <string>
 #include <vector>
 
 #include "gtest/gtest.h"
-#include "perfetto_frametimeline.pb.h"
 #include "sim/input/ScenarioParser.h"
+#include "tests/support/PerfettoTraceBuilder.h"
 #include "tests/support/TempFolder.h"
 
 namespace {
 
-namespace pb = gorvsim::perfetto;
 using Times = std::vector<int64_t>;
 
 // A trace of frames of one layer, `starts` of them never ended.
 std::string Trace(const Times& ends, int starts = 0) {
-  pb::Trace trace;
+  TraceBuilder trace;
   int64_t cookie = 0;
-  auto frame = [&trace, &cookie](int64_t startNs) {
-    pb::TracePacket* packet = trace.add_packet();
-    packet->set_timestamp(static_cast<uint64_t>(startNs));
-    auto* start = packet->mutable_frame_timeline_event()->mutable_actual_surface_frame_start();
-    start->set_cookie(++cookie);
-    start->set_layer_name("TX - game#1");
-    start->set_present_type(pb::FrameTimelineEvent::PRESENT_ON_TIME);
-    return cookie;
-  };
   for (int64_t end : ends) {
-    int64_t started = frame(end - 1000);
-    pb::TracePacket* packet = trace.add_packet();
-    packet->set_timestamp(static_cast<uint64_t>(end));
-    packet->mutable_frame_timeline_event()->mutable_frame_end()->set_cookie(started);
+    trace.Frame("TX - game#1", ++cookie, static_cast<uint64_t>(end - 1000),
+                static_cast<uint64_t>(end));
   }
-  for (int i = 0; i < starts; ++i) frame(1);
+  for (int i = 0; i < starts; ++i) trace.Frame("TX - game#1", ++cookie, 1, kNever);
   int64_t last = ends.empty() ? 1 : *std::max_element(ends.begin(), ends.end());
-  trace.add_packet()->set_timestamp(static_cast<uint64_t>(last));
-  return trace.SerializeAsString();
-}
-
-std::string Deflate(const std::string& bytes) {
-  std::string out(compressBound(bytes.size()), '\0');
-  uLongf size = out.size();
-  compress(reinterpret_cast<Bytef*>(out.data()), &size,
-           reinterpret_cast<const Bytef*>(bytes.data()), bytes.size());
-  out.resize(size);
-  return out;
+  trace.trace.add_packet()->set_timestamp(static_cast<uint64_t>(last));
+  return trace.Bytes();
 }
 
 const char kSurfaceFlinger[] =
@@ -133,6 +111,15 @@ TEST(CaptureFormatsTest, TextCapturesAreReadAsTheirFormatSays) {
     EXPECT_EQ(timeline.format(), row.format);
     EXPECT_EQ(timeline.frames(), row.frames);
   }
+  // The frames a second holds: (t - 1 s, t].
+  FrameTimeline timeline;
+  std::string error;
+  ASSERT_TRUE(CaptureFormats::Parse("c", "7\n500000007\n1000000007\n", &timeline, &error));
+  const std::pair<int64_t, int> counts[] = {{-1, 0},         {0, 1},          {999999999, 2},
+                                            {1000000000, 2}, {1500000000, 1}, {2000000001, 0}};
+  for (const auto& [tNs, frames] : counts) {
+    EXPECT_EQ(timeline.FramesInSecondBefore(tNs), frames) << tNs;
+  }
 }
 
 TEST(CaptureFormatsTest, ATraceKeepsItsLayerAndOriginAndStaysBounded) {
@@ -147,7 +134,7 @@ TEST(CaptureFormatsTest, ATraceKeepsItsLayerAndOriginAndStaysBounded) {
   EXPECT_EQ(timeline.originNs(), 7000);
 
   // 64 MiB of zeros deflate to about 64 kB: more than 64 times the file.
-  pb::Trace bomb;
+  gorvsim::perfetto::Trace bomb;
   bomb.add_packet()->set_compressed_packets(Deflate(std::string(size_t{64} << 20, '\0')));
   std::string bombPath = folder.Write("bomb", bomb.SerializeAsString());
   EXPECT_FALSE(CaptureFormats::Load(bombPath, "", &timeline, &error));
