@@ -27,9 +27,6 @@ const Format kFormats[] = {
     {"frame times", AnyText, true, ReadFrameTimes},
 };
 
-// Enough of a file's start to tell the formats apart.
-constexpr size_t kHeadBytes = size_t{64} * 1024;
-
 // Reads `source` as `format` and builds the capture model from it.
 bool Build(const Format& format, const Source& source, FrameTimeline* timeline,
            std::string* error) {

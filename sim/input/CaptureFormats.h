@@ -4,7 +4,8 @@
 // PerfettoTrace.cpp). To add a format, add its file and its row in
 // CaptureFormats.cpp.
 //
-// A file's format is recognised in one place, from its first 64 KiB, rows
+// A file's format is recognised in one place, from its first 64 KiB (a
+// gfxinfo capture's first ---PROFILEDATA--- line must lie there), rows
 // tried in order: a Perfetto trace first (its bytes are never valid text, so
 // a text capture is never taken for one, nor a trace for text), then the
 // text formats, a plain list of frame times last. Text captures are read
@@ -14,6 +15,7 @@
 // them once and counts them from the earliest. Stateless; any thread.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -39,10 +41,13 @@ struct Source {
   const std::string& layer;
 };
 
+// How much of a file's start recognition sees.
+inline constexpr size_t kHeadBytes = size_t{64} * 1024;
+
 struct Format {
   const char* name;  // as the reports name the capture's format
-  // True when `head`, the file's first bytes (all of a shorter file), is
-  // this format.
+  // True when `head`, the file's first kHeadBytes (all of a shorter file),
+  // is this format.
   bool (*recognise)(std::string_view head);
   bool text;  // read whole and handed over as text; false: streamed from the path
   // False and `error` set ("FILE: ..." or "FILE:LINE: ...") on a damaged

@@ -274,21 +274,23 @@ bool Varint(std::string_view head, size_t* at, uint64_t* value) {
 }
 
 // True when `head` starts with a Trace.packet and is well-formed protobuf
-// fields as far as it goes (the last possibly cut short by its end).
-bool PacketFraming(std::string_view head) {
+// fields throughout, the last possibly running past its end when `cut` or
+// after a first whole one (a trace cut short is still a trace).
+bool PacketFraming(std::string_view head, bool cut) {
   if (head.empty() || head[0] != static_cast<char>(kPacketTag)) return false;
   size_t at = 0;
-  while (at < head.size()) {
+  for (bool first = true; at < head.size(); first = false) {
+    cut |= !first;
     uint64_t tag = 0, value = 0;
-    if (!Varint(head, &at, &tag)) return at == head.size();
+    if (!Varint(head, &at, &tag)) return cut && at == head.size();
     if ((tag >> 3) == 0) return false;
     // Wire types: 0 varint, 1 fixed64, 2 length-delimited, 5 fixed32.
     uint64_t wire = tag & 7, skip = wire == 1 ? 8 : wire == 5 ? 4 : 0;
     if (wire == 3 || wire == 4 || wire > 5) return false;
     if ((wire == 0 || wire == 2) && !Varint(head, &at, wire == 0 ? &value : &skip)) {
-      return at == head.size();
+      return cut && at == head.size();
     }
-    if (skip >= head.size() - at) return true;
+    if (skip > head.size() - at) return cut;
     at += skip;
   }
   return true;
@@ -296,12 +298,12 @@ bool PacketFraming(std::string_view head) {
 
 }  // namespace
 
-bool PerfettoTrace::Recognises(std::string_view head) {
+bool PerfettoTrace::Recognises(std::string_view head, bool cut) {
   bool binary = std::any_of(head.begin(), head.end(), [](char c) {
     auto byte = static_cast<unsigned char>(c);
     return (byte < 0x20 && c != '\t' && c != '\n' && c != '\r') || byte == 0x7f;
   });
-  return binary && PacketFraming(head);
+  return binary && PacketFraming(head, cut);
 }
 
 bool PerfettoTrace::Read(const std::string& path, std::vector<Layer>* layers, std::string* error) {
@@ -336,7 +338,9 @@ bool PerfettoTrace::Read(const std::string& path, std::vector<Layer>* layers, st
 
 namespace CaptureFormats {
 
-bool RecognisesPerfetto(std::string_view head) { return PerfettoTrace::Recognises(head); }
+bool RecognisesPerfetto(std::string_view head) {
+  return PerfettoTrace::Recognises(head, head.size() >= kHeadBytes);
+}
 
 bool ReadPerfetto(const Source& source, Frames* frames, std::string* error) {
   std::vector<PerfettoTrace::Layer> layers;

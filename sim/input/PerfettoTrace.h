@@ -37,10 +37,12 @@ struct Layer {
   std::vector<int64_t> janky;   // the frames the trace flags as janky
 };
 
-// True when `head`, the first bytes of a file, is a Perfetto trace: it is a
-// run of Trace.packet fields as far as it goes, and holds bytes no text
-// capture has (a control character).
-bool Recognises(std::string_view head);
+// True when `head`, the first bytes of a file, is a Perfetto trace: it
+// starts with a Trace.packet, is well-formed protobuf fields throughout (the
+// last may run past its end when `cut`, the file going on, or after a first
+// whole packet: a trace cut short), and holds bytes no text capture has (a
+// control character).
+bool Recognises(std::string_view head, bool cut);
 
 // Reads the trace at `path`: its layers in the order they first appear. On
 // failure returns false and sets `error` (naming `path`).

@@ -48,7 +48,9 @@ const char kGfxinfo[] =
 TEST(CaptureFormatsTest, EachFormatIsRecognisedFromItsFirstBytes) {
   const std::pair<std::string, const char*> rows[] = {
       {Trace({5000}), "Perfetto FrameTimeline"},
-      {Trace({5000}).substr(0, 7), "Perfetto FrameTimeline"},  // cut short
+      {Trace({5000}).substr(0, 7), "frame times"},                    // the first packet cut short
+      {Trace({5000, 6000}).substr(0, 40), "Perfetto FrameTimeline"},  // a later one cut
+      {Trace(Times(3000, 5000)).substr(0, CaptureFormats::kHeadBytes), "Perfetto FrameTimeline"},
       {kGfxinfo, "gfxinfo framestats"},
       {kSurfaceFlinger, "SurfaceFlinger latency"},
       {"16666666\n1 2 3\n", "SurfaceFlinger latency"},
@@ -59,6 +61,7 @@ TEST(CaptureFormatsTest, EachFormatIsRecognisedFromItsFirstBytes) {
       {"\n16666666\n1 2 3\n", "SurfaceFlinger latency"},
       // Control bytes after a line feed, but no packet framing.
       {std::string("\n\x02\x01\x01\x07", 5), "frame times"},
+      {"\n5000000\n6000000\x01\n", "frame times"},
       {"", "frame times"},
   };
   for (const auto& [head, format] : rows) {
