@@ -57,7 +57,7 @@ bool ToInt(const std::string& text, long long min, long long max, long long* val
 
 // A finite float, 0 or more: too large, NaN and infinities refused. A value
 // below the smallest normal float underflows (ERANGE) yet is accepted, as
-// the nearest float (a denormal, or 0).
+// the nearest float (a denormal, or 0); -0 is 0.
 bool ToRate(const std::string& text, float* value) {
   if (text.empty()) return false;
   char* end = nullptr;
@@ -67,7 +67,7 @@ bool ToRate(const std::string& text, float* value) {
   if ((errno != 0 && !underflow) || *end != '\0' || !std::isfinite(parsed) || parsed < 0.0f) {
     return false;
   }
-  *value = parsed;
+  *value = parsed == 0.0f ? 0.0f : parsed;
   return true;
 }
 

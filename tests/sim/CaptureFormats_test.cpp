@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cmath>
 #include <string>
 #include <vector>
 
@@ -180,9 +181,9 @@ TEST(CaptureFormatsTest, ACaptureNamedInSeveralWaysIsReadOncePerLayer) {
 
 TEST(CaptureFormatsTest, FpsValuesAtTheFloatsLimits) {
   const std::pair<const char*, float> rows[] = {
-      {"1e-40", 1e-40f},                       // a denormal, kept
-      {"1.2e-38", 1.2e-38f}, {"1e-50", 0.0f},  // below every float: the nearest, 0
-      {"0", 0.0f},           {"3.4e38", 3.4e38f},
+      {"1e-40", 1e-40f},                        // a denormal, kept
+      {"1.2e-38", 1.2e-38f}, {"1e-50", 0.0f},   // below every float: the nearest, 0
+      {"0", 0.0f},           {"-1e-50", 0.0f},  // -0 underflowed: 0           {"3.4e38", 3.4e38f},
   };
   for (const auto& [value, fps] : rows) {
     Scenario scenario;
@@ -190,6 +191,7 @@ TEST(CaptureFormatsTest, FpsValuesAtTheFloatsLimits) {
     ASSERT_TRUE(ScenarioParser::Parse("s", ".", std::string("fps 0 ") + value, &scenario, &error))
         << value << ": " << error;
     EXPECT_EQ(scenario.rates.at(0).fps, fps) << value;
+    EXPECT_FALSE(std::signbit(scenario.rates.at(0).fps)) << value;
   }
 }
 
