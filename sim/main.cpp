@@ -30,7 +30,7 @@
 
 #include "sim/BatchRunner.h"
 #include "sim/ExitStatus.h"
-#include "sim/output/EventLog.h"
+#include "sim/output/EventsFormat.h"
 
 namespace {
 
@@ -78,8 +78,8 @@ int Run(int argc, char** argv) {
   }
   for (const std::string& name : ignored) {
     SimEvent::Kind kind;
-    if (!EventLog::KindOf(name, &kind)) {
-      std::cerr << "gorv-sim: --ignore " << name << ": expected " << EventLog::EffectNames()
+    if (!EventsFormat::KindOf(name, &kind)) {
+      std::cerr << "gorv-sim: --ignore " << name << ": expected " << EventsFormat::EffectNames()
                 << "\n";
       return ExitStatus::kBadInput;
     }
