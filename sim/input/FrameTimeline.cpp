@@ -220,6 +220,7 @@ void FrameTimeline::Assign(const std::string& name, const std::string& format,
   mName = name;
   mFormat = format;
   mLayer = layer;
+  mOrigin = first;
   mFrames = std::move(frames);
   mJanky = std::move(janky);
 }

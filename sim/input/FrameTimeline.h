@@ -41,6 +41,8 @@ class FrameTimeline {
   // from the first frame); empty for the text formats.
   const std::string& layer() const { return mLayer; }
   const std::vector<int64_t>& janky() const { return mJanky; }
+  // The first frame's time as the capture gave it, ns (a trace's own clock).
+  int64_t origin() const { return mOrigin; }
 
   // Replaces the contents: `frames` and `janky` in ns on one clock, any
   // order; the first frame is moved to 0.
@@ -53,4 +55,5 @@ class FrameTimeline {
   std::string mName;
   std::string mLayer;
   std::vector<int64_t> mJanky;  // sorted
+  int64_t mOrigin = 0;
 };

@@ -30,6 +30,7 @@ struct RunInfo {
     std::string layer;
     size_t frames;
     size_t janky;
+    int64_t originNs = 0;  // the device timestamp of the layer's first frame, ns
   };
   std::vector<Replay> replays;
   std::vector<int64_t> jankyMs;

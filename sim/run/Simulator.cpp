@@ -182,7 +182,7 @@ void NoteReplays(const Scenario& scenario, RunInfo* info) {
     if (!change.timeline || change.timeline->layer().empty()) continue;
     const FrameTimeline& timeline = *change.timeline;
     info->replays.push_back({change.atMs, timeline.name(), timeline.layer(),
-                             timeline.frames().size(), timeline.janky().size()});
+                             timeline.frames().size(), timeline.janky().size(), timeline.origin()});
     for (int64_t frameNs : timeline.janky()) {
       int64_t ms = change.atMs + frameNs / 1000000;
       if (ms <= info->endMs && ChangeAt(scenario, ms) == &change) info->jankyMs.push_back(ms);
