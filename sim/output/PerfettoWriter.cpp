@@ -249,6 +249,7 @@ class PerfettoWriter::State {
     packet->set_timestamp(DeviceNs(ms));
     packet->set_trusted_packet_sequence_id(mSequence);
     if (mClock) packet->set_timestamp_clock_id(*mClock);
+    packet->clear_sequence_flags();
     if (mFirst) packet->set_sequence_flags(pb::TracePacket::SEQ_INCREMENTAL_STATE_CLEARED);
     mFirst = false;
     WriteRecord(mOut, packet->SerializeAsString());
