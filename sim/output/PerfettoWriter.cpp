@@ -30,7 +30,12 @@ constexpr size_t kChunk = size_t{64} * 1024;
 constexpr uint32_t kPacketTag = 0x0a;  // Trace.packet: field 1, length-delimited
 constexpr int kSequenceField = 10;     // TracePacket.trusted_packet_sequence_id
 constexpr int kClockField = 58;        // TracePacket.timestamp_clock_id
+constexpr int kCompressedField = 50;   // TracePacket.compressed_packets
 constexpr int kFrameTimelineField = 76;
+// Where the plug-in's sequence id starts when packets are compressed: their
+// ids are not looked into, and a tracing service numbers its sequences from
+// 1 up, far below this.
+constexpr uint32_t kAboveServiceSequences = uint32_t{1} << 30;
 
 // The plug-in's tracks: the process track and its children.
 enum Track : uint64_t {
@@ -49,7 +54,8 @@ constexpr std::pair<Track, const char*> kChildren[] = {
 
 // What copying saw of the device trace's top-level packets.
 struct DeviceFacts {
-  std::set<uint32_t> sequences;
+  std::set<uint32_t> sequences;  // of the top-level packets
+  bool compressed = false;       // some packets hold compressed packets
   bool sawFrame = false;
   std::optional<uint32_t> frameClock;  // the first FrameTimeline packet's; unset: the default
 };
@@ -100,6 +106,7 @@ void Note(const std::string& packet, DeviceFacts* facts) {
       continue;
     }
     frame |= field == kFrameTimelineField;
+    facts->compressed |= field == kCompressedField;
     if (!WireFormatLite::SkipField(&in, tag)) break;
   }
   if (frame && !facts->sawFrame) {
@@ -126,7 +133,7 @@ bool CopyDeviceTrace(const std::string& path, std::ostream& out, DeviceFacts* fa
     if (!ReadVarint(in, &tag, &head) ||
         WireFormatLite::GetTagWireType(static_cast<uint32_t>(tag)) !=
             WireFormatLite::WIRETYPE_LENGTH_DELIMITED ||
-        !ReadVarint(in, &size, &head) || !ReadBytes(in, size, &payload)) {
+        !ReadVarint(in, &size, &head) || size > INT_MAX || !ReadBytes(in, size, &payload)) {
       *error = TextEscape::Terminal(path) +
                ": truncated or corrupt Perfetto trace (the packet at byte " +
                std::to_string(offset) + "); the packets before it are copied";
@@ -139,9 +146,9 @@ bool CopyDeviceTrace(const std::string& path, std::ostream& out, DeviceFacts* fa
 }
 
 // The first sequence id no device packet uses.
-uint32_t FreeSequence(const std::set<uint32_t>& used) {
-  uint32_t id = 1;
-  while (used.count(id) != 0) ++id;
+uint32_t FreeSequence(const DeviceFacts& facts) {
+  uint32_t id = facts.compressed ? kAboveServiceSequences : 1;
+  while (facts.sequences.count(id) != 0) ++id;
   return id;
 }
 
@@ -165,7 +172,7 @@ class PerfettoWriter::State {
     const RunInfo::Replay& replay = info.replays.front();
     DeviceFacts facts;
     CopyDeviceTrace(replay.file, out, &facts, error);
-    mSequence = FreeSequence(facts.sequences);
+    mSequence = FreeSequence(facts);
     if (facts.sawFrame) mClock = facts.frameClock;
     mOriginNs = replay.originNs;
     mAtMs = replay.atMs;

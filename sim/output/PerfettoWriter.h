@@ -16,7 +16,8 @@
 // originNs + (t - atMs) ms, so the plug-in's tracks line up with the
 // replayed layer's frames; times before the clock's 0 are written as 0.
 // The plug-in's packets use a trusted_packet_sequence_id no device packet
-// at the top level uses.
+// at the top level uses (above 2^30 when the device trace holds compressed
+// packets, whose inner ids are not looked into).
 //
 // Streamed: each call writes its packets to the stream at once, so a run
 // that stopped early leaves a readable trace up to that moment; memory holds

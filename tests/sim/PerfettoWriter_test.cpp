@@ -1,11 +1,11 @@
-// --perfetto's writer: the file decoded with the protobuf classes and its
-// plug-in tracks checked as text against the run's events; a replayed
-// device trace copied byte for byte with the plug-in's time T on the
-// replayed layer's first frame; runs stopped early and device traces that
-// went away or broke after the scenario was read.
+// --perfetto's writer: the file decoded with the protobuf classes and the
+// plug-in's tracks checked as text against the run's events, also before
+// End and when stopped early; a replayed device trace copied byte for byte
+// with the plug-in's time T on the replayed layer's first frame.
 #include "sim/output/PerfettoWriter.h"
 
 #include <gtest/gtest.h>
+#include <zlib.h>
 
 #include <map>
 #include <sstream>
@@ -35,15 +35,9 @@ SimEvent Make(int64_t ms, SimEvent::Kind kind, const std::string& name = "",
   return event;
 }
 
-SimEvent Node(int64_t ms, const std::string& path, const std::string& text) {
-  return Make(ms, SimEvent::Kind::Node, path, text);
-}
-
-// The plug-in's packets (those on `sequence`) as lines "TS TRACK VALUE" for
-// counters and "TS TRACK NAME {KEY=VALUE...}" for instants; descriptors as
-// "track NAME [counter]". Fails the test on a packet off the clock `clock`
-// (0: none set), a sequence not cleared by its first packet alone, or bytes
-// that do not decode.
+// The plug-in's packets (on `sequence`) as lines: "track ...", counters
+// "TS TRACK VALUE", instants "TS TRACK NAME {KEY=VALUE;...}". Fails on bytes
+// that do not decode, a packet off `clock` or a wrong sequence_flags.
 std::string PluginTracks(const std::string& bytes, uint32_t sequence, uint32_t clock) {
   out::Trace trace;
   EXPECT_TRUE(trace.ParseFromString(bytes));
@@ -64,9 +58,7 @@ std::string PluginTracks(const std::string& bytes, uint32_t sequence, uint32_t c
     const out::TrackEvent& event = packet.track_event();
     text << packet.timestamp() << " " << names[event.track_uuid()] << " ";
     if (event.type() == out::TrackEvent::TYPE_COUNTER) {
-      text << (event.has_double_counter_value() ? event.double_counter_value()
-                                                : static_cast<double>(event.counter_value()))
-           << "\n";
+      text << event.double_counter_value() + static_cast<double>(event.counter_value()) << "\n";
       continue;
     }
     text << event.name() << " {";
@@ -78,7 +70,7 @@ std::string PluginTracks(const std::string& bytes, uint32_t sequence, uint32_t c
   return text.str();
 }
 
-TEST(PerfettoWriterTest, TracksValuesAndTimesOnTheBootClock) {
+TEST(PerfettoWriterTest, TracksValuesAndTimesOnTheBootClockUpToAStop) {
   std::ostringstream stream;
   PerfettoWriter writer(stream);
   writer.Begin({"s.scn", 3000, {{0, 0.0f}, {1000, 60.0f}, {2500, 30.5f}, {3500, 1.0f}}, {}, {}});
@@ -86,16 +78,17 @@ TEST(PerfettoWriterTest, TracksValuesAndTimesOnTheBootClock) {
   trigger.value = 4097;
   trigger.triggerValue = 1;
   writer.Event(trigger);
-  writer.Event(Node(200, "/sys/kernel/gorv/fps", "60"));
+  writer.Event(Make(200, SimEvent::Kind::Node, "/sys/kernel/gorv/fps", "60"));
   writer.Event(Make(300, SimEvent::Kind::LockAcquire));
   SimEvent log = Make(400, SimEvent::Kind::Log, "GORV", "bad \x01 byte \xff");
   log.priority = 4;
   writer.Event(log);
-  writer.Event(Node(1000, "/sys/kernel/gorv/target_pid", "123"));
+  writer.Event(Make(1000, SimEvent::Kind::Node, "/sys/kernel/gorv/target_pid", "123"));
   writer.Event(Make(1200, SimEvent::Kind::LockRelease));
   std::string beforeEnd = stream.str();
-  writer.Event(Node(2600, "/sys/kernel/gorv/fps", "30"));
-  writer.End({3000, 0, ""});
+  writer.Event(Make(2600, SimEvent::Kind::Node, "/sys/kernel/gorv/fps", "30"));
+  writer.Event(Make(2700, SimEvent::Kind::LockAcquire));
+  writer.End({2800, 0, "the plug-in aborted"});
   EXPECT_EQ(writer.error(), "");
 
   const std::string tracks =
@@ -125,98 +118,82 @@ TEST(PerfettoWriterTest, TracksValuesAndTimesOnTheBootClock) {
                 "1200000000 perf lock held 0\n"
                 "2500000000 measured fps 30.5\n"
                 "2600000000 node writes write fps = 30 {path=/sys/kernel/gorv/fps;value=30;}\n"
-                "2600000000 target fps 30\n");
-
-  // Stopped early with the lock held: the lock ends there, and says why.
-  std::ostringstream stopped;
-  PerfettoWriter early(stopped);
-  early.Begin({"s.scn", 3000, {}, {}, {}});
-  early.Event(Make(50, SimEvent::Kind::LockAcquire));
-  early.End({80, 0, "the plug-in aborted"});
-  std::string text = PluginTracks(stopped.str(), 1, 6);
-  EXPECT_EQ(text.substr(text.find("50000000")),
-            "50000000 perf lock held 1\n"
-            "80000000 perf lock held 0\n"
-            "80000000 gorv-sim: libgorv stopped {why=the plug-in aborted;}\n");
+                "2600000000 target fps 30\n"
+                // Stopped early with the lock held: the lock ends there.
+                "2700000000 perf lock held 1\n"
+                "2800000000 perf lock held 0\n"
+                "2800000000 gorv-sim: libgorv stopped {why=the plug-in aborted;}\n");
 }
 
-class PerfettoReplayOutTest : public ::testing::Test {
- protected:
-  // A device trace: a packet on sequence 1 with a padded length, frames of
-  // the layer "TX - game#1" on sequence 3 ending at 5.000 and 5.020 s.
-  void SetUp() override {
-    device::Trace trace;
-    for (auto [cookie, end] : {std::pair{1, 5000 * kMs}, {2, 5020 * kMs}}) {
-      device::TracePacket* start = trace.add_packet();
-      start->set_timestamp(end - 8 * kMs);
-      start->set_timestamp_clock_id(6);
-      auto* frame = start->mutable_frame_timeline_event()->mutable_actual_surface_frame_start();
-      frame->set_cookie(cookie);
-      frame->set_layer_name("TX - game#1");
-      frame->set_present_type(device::FrameTimelineEvent::PRESENT_ON_TIME);
-      device::TracePacket* finish = trace.add_packet();
-      finish->set_timestamp(end);
-      finish->set_timestamp_clock_id(6);
-      finish->mutable_frame_timeline_event()->mutable_frame_end()->set_cookie(cookie);
-    }
-    for (device::TracePacket& packet : *trace.mutable_packet()) {
-      packet.mutable_unknown_fields()->append("\x50\x03");  // trusted_packet_sequence_id 3
-    }
-    deviceBytes = std::string("\x0a\x82\x00\x50\x01", 5) + trace.SerializeAsString();
-    lastPacketAt = deviceBytes.size() - 2 - trace.packet(3).ByteSizeLong();
-    folder.Write("device.pftrace", deviceBytes);
-    std::string error;
-    ASSERT_TRUE(ScenarioParser::Parse("x.scn", folder.path(),
-                                      "frames 1000 device.pftrace\nend 3000\n", &scenario, &error))
-        << error;
+// A device trace: a packet on sequence 1 with a padded length, then frames
+// of one layer ending at 5.000 and 5.020 s and compressed packets, on
+// sequence 3. Sets the offset of its last packet.
+std::string DeviceTrace(size_t* lastPacketAt) {
+  device::Trace trace;
+  for (auto [cookie, end] : {std::pair{1, 5000 * kMs}, {2, 5020 * kMs}}) {
+    device::TracePacket* start = trace.add_packet();
+    start->set_timestamp(end - 8 * kMs);
+    auto* frame = start->mutable_frame_timeline_event()->mutable_actual_surface_frame_start();
+    frame->set_cookie(cookie);
+    frame->set_layer_name("TX - game#1");
+    frame->set_present_type(device::FrameTimelineEvent::PRESENT_ON_TIME);
+    device::TracePacket* finish = trace.add_packet();
+    finish->set_timestamp(end);
+    finish->mutable_frame_timeline_event()->mutable_frame_end()->set_cookie(cookie);
   }
-  std::string Run(PerfettoWriter* writer, std::ostringstream& stream) {
-    writer->Begin(Simulator::InfoOf(scenario));
-    writer->Event(Node(1000, "/sys/kernel/gorv/fps", "60"));
-    writer->End({1500, 0, "interrupted by SIGINT"});
-    return stream.str();
+  std::string empty(16, '\0');
+  uLongf size = empty.size();
+  compress(reinterpret_cast<Bytef*>(empty.data()), &size, nullptr, 0);
+  trace.add_packet()->set_compressed_packets(empty.substr(0, size));
+  for (device::TracePacket& packet : *trace.mutable_packet()) {
+    packet.set_timestamp_clock_id(6);
+    packet.mutable_unknown_fields()->append("\x50\x03");  // trusted_packet_sequence_id 3
   }
+  std::string bytes = std::string("\x0a\x82\x00\x50\x01", 5) + trace.SerializeAsString();
+  *lastPacketAt = bytes.size() - 2 - trace.packet(4).ByteSizeLong();
+  return bytes;
+}
 
+// The replayed device trace as it is at run time: whole, gone, or cut in its
+// last packet after the scenario was read. Its packets come first as they
+// were, the plug-in's follow with time T (1000 ms) on the first frame.
+TEST(PerfettoWriterTest, DevicePacketsThenThePluginOnTheFramesClock) {
   TempFolder folder;
-  std::string deviceBytes;
-  size_t lastPacketAt = 0;
+  size_t lastAt = 0;
+  const std::string bytes = DeviceTrace(&lastAt), path = folder.Write("device.pftrace", bytes);
   Scenario scenario;
-};
-
-TEST_F(PerfettoReplayOutTest, DevicePacketsThenThePluginOnTheFramesClock) {
-  std::ostringstream stream;
-  PerfettoWriter writer(stream);
-  std::string bytes = Run(&writer, stream);
-  EXPECT_EQ(writer.error(), "");
-  ASSERT_EQ(bytes.substr(0, deviceBytes.size()), deviceBytes);
-  // Time T (1000 ms) is the first frame's device time; sequence 2 is free.
-  std::string text = PluginTracks(bytes, 2, 6);
-  EXPECT_EQ(text.substr(text.find("5000000000 node")),
-            "5000000000 node writes write fps = 60 {path=/sys/kernel/gorv/fps;value=60;}\n"
-            "5000000000 target fps 60\n"
-            "5500000000 gorv-sim: libgorv stopped {why=interrupted by SIGINT;}\n");
-  EXPECT_NE(text.find("4000000000 target fps 0\n"), std::string::npos) << text;
-}
-
-TEST_F(PerfettoReplayOutTest, ADeviceTraceThatWentAwayOrBroke) {
+  std::string error;
+  ASSERT_TRUE(ScenarioParser::Parse("x.scn", folder.path(),
+                                    "frames 1000 device.pftrace\nend 3000\n", &scenario, &error))
+      << error;
   struct Case {
-    std::string bytes;  // the device trace's bytes at run time; "" removed
+    std::string bytes;   // at run time; "" removed
+    std::string copied;  // what the output starts with
+    uint32_t sequence;   // the plug-in's: the first free (above 2^30 past compressed packets)
     std::string error;
   } cases[] = {
-      {"", folder.path() + "/device.pftrace: cannot open the replayed Perfetto trace"},
-      {deviceBytes.substr(0, deviceBytes.size() - 1),
-       folder.path() + "/device.pftrace: truncated or corrupt Perfetto trace (the packet at byte " +
-           std::to_string(lastPacketAt) + "); the packets before it are copied"},
+      {bytes, bytes, 1u << 30, ""},
+      {"", "", 1, path + ": cannot open the replayed Perfetto trace"},
+      {bytes.substr(0, bytes.size() - 1), bytes.substr(0, lastAt), 2,
+       path + ": truncated or corrupt Perfetto trace (the packet at byte " +
+           std::to_string(lastAt) + "); the packets before it are copied"},
   };
   for (const Case& row : cases) {
-    std::string path = folder.path() + "/device.pftrace";
     std::remove(path.c_str());
     if (!row.bytes.empty()) folder.Write("device.pftrace", row.bytes);
     std::ostringstream stream;
     PerfettoWriter writer(stream);
-    std::string bytes = Run(&writer, stream);
+    writer.Begin(Simulator::InfoOf(scenario));
+    writer.Event(Make(1000, SimEvent::Kind::Node, "/sys/kernel/gorv/fps", "60"));
+    writer.End({1500, 0, "interrupted by SIGINT"});
     EXPECT_EQ(writer.error(), row.error);
-    EXPECT_NE(PluginTracks(bytes, row.bytes.empty() ? 1 : 2, 6).find("stopped"), std::string::npos);
+    ASSERT_EQ(stream.str().substr(0, row.copied.size()), row.copied) << row.error;
+    std::string text = PluginTracks(stream.str(), row.sequence, 6);
+    EXPECT_NE(text.find("4000000000 target fps 0\n"), std::string::npos) << text;
+    EXPECT_EQ(text.substr(text.find("5000000000 node")),
+              "5000000000 node writes write fps = 60 {path=/sys/kernel/gorv/fps;value=60;}\n"
+              "5000000000 target fps 60\n"
+              "5500000000 gorv-sim: libgorv stopped {why=interrupted by SIGINT;}\n");
   }
 }
 
