@@ -15,6 +15,16 @@
 namespace {
 
 constexpr const char* kTag = "GORV_ACTION";
+// The fps node's path, made on the first write and shared by every action
+// for the life of the process: constructing an action allocates nothing (so
+// it cannot fail), and later rounds that write the node allocate nothing
+// either. Only ever read after it is made (the writer takes a non-const
+// reference but does not change it).
+std::string& FpsNodePath() {
+  static std::string path = GorvFeature::kFpsNode;
+  return path;
+}
+
 constexpr float kChangeBand = 5.0f;   // fps around the target that do not move it
 constexpr float kLockDeficit = 3.0f;  // fps below the target that drop the lock
 constexpr int kTaskPeriodMs = 400;
@@ -52,12 +62,7 @@ float DetectionBucket(float maxFps) {
 }  // namespace
 
 GorvAction::GorvAction(GorvFeature& feature)
-    : mDisabled(false),
-      mFeature(feature),
-      mDataManager(nullptr),
-      mGameFps(0.0f),
-      mPerfHandle(-1),
-      mFpsNodePath(GorvFeature::kFpsNode) {
+    : mDisabled(false), mFeature(feature), mDataManager(nullptr), mGameFps(0.0f), mPerfHandle(-1) {
   if (feature.mDataManager == nullptr || feature.mIntervalsCounter == nullptr) return;
   std::string name = "gorv";
   feature.mIntervalsCounter->registerIntervals(
@@ -117,7 +122,7 @@ void GorvAction::UpdateFPSData(float fps) {
     return;
   }
   mGameFps = DetectionBucket(historyMax());
-  if (!mFeature.mFpsHintApplied) mFeature.updateSysNodes(mFpsNodePath, RoundToInt32(mGameFps));
+  if (!mFeature.mFpsHintApplied) mFeature.updateSysNodes(FpsNodePath(), RoundToInt32(mGameFps));
   traceCounter("Game FPS", mGameFps);
 }
 

@@ -72,9 +72,6 @@ class GorvAction {
   void releaseLock();
   void traceCounter(const char* name, float value) const;
 
-  // The fps node's path, built once: a round that writes the node then
-  // allocates nothing.
-  std::string mFpsNodePath;
   std::vector<float> mAverages;  // output of the frame-rate reduction
   // Nodes that left the history, kept for reuse: a running session then
   // moves list nodes instead of allocating them.

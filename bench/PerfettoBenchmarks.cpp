@@ -9,7 +9,7 @@
 #include <string>
 
 #include "perfetto_frametimeline.pb.h"
-#include "sim/input/FrameTimeline.h"
+#include "sim/input/CaptureFormats.h"
 #include "sim/input/ScenarioParser.h"
 #include "sim/run/Simulator.h"
 
@@ -81,7 +81,7 @@ void BM_PerfettoTraceLoad(benchmark::State& state) {
   for (auto _ : state) {
     FrameTimeline timeline;
     std::string error;
-    if (!FrameTimeline::Load(path, &timeline, &error)) state.SkipWithError(error.c_str());
+    if (!CaptureFormats::Load(path, "", &timeline, &error)) state.SkipWithError(error.c_str());
     frames = timeline.frames().size();
   }
   std::filesystem::remove(path);

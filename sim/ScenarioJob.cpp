@@ -79,9 +79,15 @@ struct OpenOutputs {
     }
     return false;
   }
-  // Closes every file; false after reporting each that failed.
+  // Closes every file; false after reporting each that failed, and each
+  // sink's problem.
   bool Close() {
     bool ok = true;
+    for (const auto& sink : owned) {
+      std::string problem = sink->Problem();
+      if (!problem.empty()) ErrorLine::Print(problem);
+      ok &= problem.empty();
+    }
     for (auto& file : files) {
       std::string error;
       if (!file->Close(&error) && !file->PipeClosed()) {

@@ -33,7 +33,7 @@
 #include "sim/BatchRunner.h"
 #include "sim/ErrorLine.h"
 #include "sim/ExitStatus.h"
-#include "sim/output/EventLog.h"
+#include "sim/output/EventsFormat.h"
 #include "sim/output/OutputTable.h"
 
 namespace {
@@ -86,8 +86,8 @@ int Run(int argc, char** argv) {
   }
   for (const std::string& name : ignored) {
     SimEvent::Kind kind;
-    if (!EventLog::KindOf(name, &kind)) {
-      ErrorLine::Print("--ignore " + name + ": expected " + EventLog::EffectNames());
+    if (!EventsFormat::KindOf(name, &kind)) {
+      ErrorLine::Print("--ignore " + name + ": expected " + EventsFormat::EffectNames());
       return ExitStatus::kBadInput;
     }
     request.settings.comparison.ignored.insert(kind);

@@ -24,6 +24,7 @@
 #include <string>
 #include <vector>
 
+#include "action/GorvAction.h"
 #include "feature/GorvFeature.h"
 #include "host/framework/MeterService.h"
 #include "host/framework/PluginLoader.h"
@@ -167,6 +168,18 @@ Outcome NothrowSession(long failAt) {
   outcome.logs = logs.Messages();
   outcome.locksHeld = gorv::HostEnv::Get().HeldPerfLocks();
   return outcome;
+}
+
+// An action is built inside the feature's constructor, which must not fail
+// because of it: with every allocation failing, building one still
+// succeeds (the counter's registration handles its own failures).
+TEST(AllocationFailureTest, BuildingAnActionCannotFail) {
+  GameWorld world;
+  const FeatureInfo info = GameWorld::Info();
+  GorvFeature feature(info);
+  ArmAllocationFailure(-1, Allocations::kAll);
+  InPlugin([&] { EXPECT_NO_THROW(GorvAction action(feature)); });
+  ArmAllocationFailure(0);
 }
 
 TEST(PartialFeatureTest, EveryNonThrowingAllocationOfASessionMayFail) {

@@ -2,7 +2,7 @@
 // timeline's words: one line when they match; otherwise a headline with the
 // number of differences, then the first ones as timeline lines marked
 // "missing", "extra" or "changed" (the changed event followed by the
-// expected one), then how many were left out.
+// expected one), then how many were left out. Stateless; any thread.
 #pragma once
 
 #include <cstddef>
@@ -11,9 +11,10 @@
 
 #include "sim/check/EventComparator.h"
 
-class DiffReport {
- public:
-  // `scenario` and `expectedFile` name the run and the file in the headline.
-  static void Print(const std::string& scenario, const std::string& expectedFile,
-                    const EventComparator::Result& result, std::ostream& out, size_t shown = 10);
-};
+namespace DiffReport {
+
+// `scenario` and `expectedFile` name the run and the file in the headline.
+void Print(const std::string& scenario, const std::string& expectedFile,
+           const EventComparator::Result& result, std::ostream& out, size_t shown = 10);
+
+}  // namespace DiffReport

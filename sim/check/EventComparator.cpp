@@ -2,7 +2,8 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <tuple>
+#include <deque>
+#include <unordered_map>
 
 #include "host/platform/LogPrefix.h"
 
@@ -10,11 +11,7 @@ namespace {
 
 using Events = std::vector<SimEvent>;
 using Difference = EventComparator::Difference;
-
-// Past this many cells a time group's middle is reported as one block of
-// missing and extra events instead of being aligned (only a file of many
-// thousand events in one ms gets there).
-constexpr size_t kMaxCells = size_t{1} << 22;
+constexpr size_t kNone = SIZE_MAX;
 
 // Drops the ignored kinds and triggers, masks line numbers, orders by time.
 Events Prepare(Events events, const EventComparator::Options& options) {
@@ -31,33 +28,66 @@ Events Prepare(Events events, const EventComparator::Options& options) {
   return kept;
 }
 
-bool Same(const SimEvent& a, const SimEvent& b) {
-  return std::tie(a.tMs, a.kind, a.name, a.text, a.value, a.handle, a.priority, a.resources) ==
-         std::tie(b.tMs, b.kind, b.name, b.text, b.value, b.handle, b.priority, b.resources);
+// Equal for events of one time that are the same in every field.
+std::string Identity(const SimEvent& event) {
+  std::string key = std::to_string(static_cast<int>(event.kind)) + ' ' +
+                    std::to_string(event.value) + ' ' + std::to_string(event.handle) + ' ' +
+                    std::to_string(event.priority) + ' ' + std::to_string(event.name.size()) + ' ' +
+                    event.name + event.text + ' ';
+  for (int32_t resource : event.resources) key += std::to_string(resource) + ',';
+  return key;
 }
 
-// Same kind and time, and for the kinds that have one, the same subject.
-bool SameSubject(const SimEvent& a, const SimEvent& b) {
-  if (a.tMs != b.tMs || a.kind != b.kind) return false;
-  bool named = a.kind == SimEvent::Kind::Node || a.kind == SimEvent::Kind::Counter ||
-               a.kind == SimEvent::Kind::Log;
-  return !named || a.name == b.name;
+// Equal for events of one time of the same kind and, for the kinds that
+// have one, the same subject.
+std::string Subject(const SimEvent& event) {
+  bool named = event.kind == SimEvent::Kind::Node || event.kind == SimEvent::Kind::Counter ||
+               event.kind == SimEvent::Kind::Log;
+  return std::to_string(static_cast<int>(event.kind)) + ' ' + (named ? event.name : "");
 }
+
+// Where each identity occurs in one group, and how far each was searched.
+class Occurrences {
+ public:
+  explicit Occurrences(const std::vector<std::string>& keys) {
+    for (size_t i = 0; i < keys.size(); ++i) mAt[keys[i]].positions.push_back(i);
+  }
+  // The first position of `key` at or after `from`; `from` never decreases
+  // between calls, so every search over the group is linear in all.
+  size_t Next(const std::string& key, size_t from) {
+    auto found = mAt.find(key);
+    if (found == mAt.end()) return kNone;
+    List& list = found->second;
+    while (list.next < list.positions.size() && list.positions[list.next] < from) ++list.next;
+    return list.next < list.positions.size() ? list.positions[list.next] : kNone;
+  }
+
+ private:
+  struct List {
+    std::vector<size_t> positions;
+    size_t next = 0;
+  };
+  std::unordered_map<std::string, List> mAt;
+};
 
 // The unmatched events between two matches: changed where a missing and an
-// extra event share their subject, the rest missing or extra.
+// extra event share their subject (first with first), the rest missing or
+// extra.
 void ReportGap(const SimEvent* expected, size_t expectedCount, const SimEvent* recorded,
                size_t recordedCount, std::vector<Difference>* out) {
+  std::unordered_map<std::string, std::deque<size_t>> unpaired;
+  for (size_t j = 0; j < recordedCount; ++j) unpaired[Subject(recorded[j])].push_back(j);
   std::vector<bool> paired(recordedCount, false);
   for (size_t i = 0; i < expectedCount; ++i) {
     Difference difference;
     difference.expected = expected[i];
-    for (size_t j = 0; j < recordedCount; ++j) {
-      if (paired[j] || !SameSubject(expected[i], recorded[j])) continue;
+    auto found = unpaired.find(Subject(expected[i]));
+    if (found != unpaired.end() && !found->second.empty()) {
+      size_t j = found->second.front();
+      found->second.pop_front();
       paired[j] = true;
       difference.kind = Difference::Kind::Changed;
       difference.recorded = recorded[j];
-      break;
     }
     out->push_back(std::move(difference));
   }
@@ -70,43 +100,36 @@ void ReportGap(const SimEvent* expected, size_t expectedCount, const SimEvent* r
   }
 }
 
+std::vector<std::string> Identities(const SimEvent* events, size_t count) {
+  std::vector<std::string> keys;
+  keys.reserve(count);
+  for (size_t i = 0; i < count; ++i) keys.push_back(Identity(events[i]));
+  return keys;
+}
+
 // Aligns one time group [a, a + n) against [b, b + m).
 void CompareGroup(const SimEvent* a, size_t n, const SimEvent* b, size_t m,
                   EventComparator::Result* result) {
-  size_t prefix = 0;
-  while (prefix < n && prefix < m && Same(a[prefix], b[prefix])) ++prefix;
-  size_t suffix = 0;
-  while (suffix < n - prefix && suffix < m - prefix && Same(a[n - 1 - suffix], b[m - 1 - suffix])) {
-    ++suffix;
-  }
-  result->matched += prefix + suffix;
-  a += prefix;
-  b += prefix;
-  n -= prefix + suffix;
-  m -= prefix + suffix;
-  if (n == 0 || m == 0 || (n + 1) * (m + 1) > kMaxCells) {
-    ReportGap(a, n, b, m, &result->differences);
-    return;
-  }
-  // lcs[i][j]: the longest common subsequence of a[i..] and b[j..].
-  std::vector<uint32_t> lcs((n + 1) * (m + 1), 0);
-  auto at = [m, &lcs](size_t i, size_t j) -> uint32_t& { return lcs[i * (m + 1) + j]; };
-  for (size_t i = n; i-- > 0;) {
-    for (size_t j = m; j-- > 0;) {
-      at(i, j) = Same(a[i], b[j]) ? at(i + 1, j + 1) + 1 : std::max(at(i + 1, j), at(i, j + 1));
-    }
-  }
+  std::vector<std::string> keysA = Identities(a, n), keysB = Identities(b, m);
+  Occurrences inA(keysA), inB(keysB);
   size_t i = 0, j = 0, gapI = 0, gapJ = 0;
   while (i < n && j < m) {
-    if (Same(a[i], b[j])) {
+    if (keysA[i] == keysB[j]) {
       ReportGap(a + gapI, i - gapI, b + gapJ, j - gapJ, &result->differences);
       ++result->matched;
       gapI = ++i;
       gapJ = ++j;
-    } else if (at(i + 1, j) >= at(i, j + 1)) {
+      continue;
+    }
+    // Skip to the nearer next match; with none, both events stay unmatched.
+    size_t nextB = inB.Next(keysA[i], j), nextA = inA.Next(keysB[j], i);
+    if (nextA == kNone && nextB == kNone) {
       ++i;
-    } else {
       ++j;
+    } else if (nextA == kNone || (nextB != kNone && nextB - j <= nextA - i)) {
+      j = nextB;
+    } else {
+      i = nextA;
     }
   }
   ReportGap(a + gapI, n - gapI, b + gapJ, m - gapJ, &result->differences);

@@ -3,8 +3,7 @@
 #include <utility>
 
 #include "sim/check/DiffReport.h"
-#include "sim/output/EventLog.h"
-#include "sim/output/JsonLinesWriter.h"
+#include "sim/output/EventsFormat.h"
 
 ExpectChecker::ExpectChecker(std::vector<SimEvent> expected, std::string expectedFile,
                              EventComparator::Options options, std::ostream& report)
@@ -17,7 +16,8 @@ void ExpectChecker::Event(const SimEvent& event) {
   if (!event.IsEffect() || mOptions.ignored.count(event.kind) != 0) return;
   SimEvent recorded;
   std::string unused;
-  if (EventLog::ParseLine(JsonLinesWriter::Line(event), &recorded, &unused)) {
+  if (EventsFormat::ParseLine(EventsFormat::Line(event), &recorded, &unused) ==
+      EventsFormat::Parsed::Event) {
     mRecorded.push_back(std::move(recorded));
   }
 }

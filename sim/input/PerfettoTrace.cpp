@@ -1,21 +1,25 @@
 #include "sim/input/PerfettoTrace.h"
 
+#include <fcntl.h>
 #include <google/protobuf/io/coded_stream.h>
 #include <google/protobuf/io/zero_copy_stream_impl.h>
 #include <google/protobuf/io/zero_copy_stream_impl_lite.h>
 #include <google/protobuf/wire_format_lite.h>
+#include <sys/stat.h>
 #include <zlib.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <climits>
-#include <fstream>
 #include <limits>
 #include <map>
 #include <unordered_map>
 #include <unordered_set>
 
 #include "perfetto_frametimeline.pb.h"
+#include "sim/SystemError.h"
 #include "sim/TextEscape.h"
+#include "sim/input/CaptureFormats.h"
 
 namespace {
 
@@ -31,13 +35,16 @@ constexpr size_t kInflateChunk = size_t{256} * 1024;
 // from one compressed packet is a corrupt (or hostile) trace.
 constexpr size_t kMaxInflated = size_t{64} * 1024 * 1024;
 
-bool Inflate(const std::string& deflated, std::string* out) {
+enum class Inflated { Ok, Corrupt, OverBudget };
+
+// Inflates `deflated` into `out`, taking its size from `budget`.
+Inflated Inflate(const std::string& deflated, uint64_t* budget, std::string* out) {
   z_stream stream{};
-  if (inflateInit(&stream) != Z_OK) return false;
+  if (inflateInit(&stream) != Z_OK) return Inflated::Corrupt;
   stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(deflated.data()));
   stream.avail_in = static_cast<uInt>(deflated.size());
   int status = Z_OK;
-  while (status == Z_OK && out->size() < kMaxInflated) {
+  while (status == Z_OK && out->size() < kMaxInflated && out->size() <= *budget) {
     size_t used = out->size();
     out->resize(used + kInflateChunk);
     stream.next_out = reinterpret_cast<Bytef*>(&(*out)[used]);
@@ -46,13 +53,18 @@ bool Inflate(const std::string& deflated, std::string* out) {
     out->resize(used + kInflateChunk - stream.avail_out);
   }
   inflateEnd(&stream);
-  return status == Z_STREAM_END;
+  if (out->size() > *budget) return Inflated::OverBudget;
+  *budget -= out->size();
+  return status == Z_STREAM_END ? Inflated::Ok : Inflated::Corrupt;
 }
 
 // Gathers the FrameTimeline events of a trace, packet by packet; which
 // frames ended within the trace is known once the whole trace is read.
 class Collector {
  public:
+  // `inflationBudget`: the bytes all compressed packets may inflate to.
+  explicit Collector(uint64_t inflationBudget) : mInflationBudget(inflationBudget) {}
+
   // Reads the packets of a serialized Trace (nested: inside
   // compressed_packets). False on bytes that are no Trace.
   bool Walk(ZeroCopyInputStream* stream, bool nested) {
@@ -74,6 +86,8 @@ class Collector {
 
   bool sawFrameTimeline() const { return mSawFrameTimeline; }
   int64_t offset() const { return mOffset; }
+  // Why Walk failed when the bytes were well-formed but over a bound.
+  const std::string& overBound() const { return mOverBound; }
 
   std::vector<PerfettoTrace::Layer> Layers() {
     const auto pending = static_cast<uint64_t>(std::numeric_limits<int64_t>::max());
@@ -82,10 +96,6 @@ class Collector {
       PerfettoTrace::Layer& layer = mLayers[frame.layer];
       layer.frames.push_back(static_cast<int64_t>(frame.ns));
       if (frame.janky) layer.janky.push_back(static_cast<int64_t>(frame.ns));
-    }
-    for (PerfettoTrace::Layer& layer : mLayers) {
-      std::sort(layer.frames.begin(), layer.frames.end());
-      std::sort(layer.janky.begin(), layer.janky.end());
     }
     return std::move(mLayers);
   }
@@ -105,7 +115,14 @@ class Collector {
   bool Take(const pb::TracePacket& packet, bool nested) {
     if (packet.has_compressed_packets()) {
       std::string inflated;
-      if (nested || !Inflate(packet.compressed_packets(), &inflated)) return false;
+      if (nested) return false;
+      Inflated status = Inflate(packet.compressed_packets(), &mInflationBudget, &inflated);
+      if (status == Inflated::OverBudget) {
+        mOverBound = "its compressed packets inflate to more than " +
+                     std::to_string(PerfettoTrace::kMaxInflationRatio) +
+                     " times the file's size (or 4 GiB); the trace is damaged or hostile";
+      }
+      if (status != Inflated::Ok) return false;
       google::protobuf::io::ArrayInputStream stream(inflated.data(),
                                                     static_cast<int>(inflated.size()));
       if (!Walk(&stream, true)) return false;
@@ -115,7 +132,7 @@ class Collector {
     switch (event.event_case()) {
       case pb::FrameTimelineEvent::kFrameEnd:
         if (packet.has_timestamp()) End(event.frame_end().cookie(), packet.timestamp());
-        return true;  // a frame end does not extend the trace
+        return InFlightBounded();  // a frame end does not extend the trace
       case pb::FrameTimelineEvent::kActualSurfaceFrameStart:
         AddStart(event.actual_surface_frame_start());
         break;
@@ -136,7 +153,7 @@ class Collector {
     if (packet.has_timestamp() && clock == kBootTimeClock) {
       mLastTime = std::max(mLastTime, packet.timestamp());
     }
-    return true;
+    return InFlightBounded();
   }
 
   // Each end is matched with its start as soon as both are read, so only
@@ -168,6 +185,15 @@ class Collector {
       mEnds[cookie] = ns;  // its start may come later in the file
     }
   }
+  // False (with overBound() set) when more frames are in flight than allowed.
+  bool InFlightBounded() {
+    if (mStarts.size() + mOtherStarts.size() + mEnds.size() <= PerfettoTrace::kMaxFramesInFlight) {
+      return true;
+    }
+    mOverBound = "more than " + std::to_string(PerfettoTrace::kMaxFramesInFlight) +
+                 " frames started and not ended at once; the trace is damaged";
+    return false;
+  }
   void Finish(const Start& start, uint64_t ns) {
     if (start.presented) mEnded.push_back({start.layer, ns, start.janky});
   }
@@ -179,13 +205,15 @@ class Collector {
   std::vector<Ended> mEnded;  // presented frames, in the order they ended
   std::map<std::string, size_t> mLayerIndex;
   std::vector<PerfettoTrace::Layer> mLayers;
+  uint64_t mInflationBudget;
+  std::string mOverBound;
   uint64_t mLastTime = 0;  // latest packet other than a frame end, BOOTTIME ns
   bool mSawFrameTimeline = false;
   int64_t mOffset = 0;  // of the top-level packet being read
 };
 
 // "     739  NAME (pid 9305)" per layer, most frames first.
-std::string LayerList(std::vector<const PerfettoTrace::Layer*> layers) {
+std::string LayerList(std::vector<PerfettoTrace::Layer*> layers) {
   std::stable_sort(layers.begin(), layers.end(), [](const auto* a, const auto* b) {
     return a->frames.size() > b->frames.size();
   });
@@ -199,15 +227,14 @@ std::string LayerList(std::vector<const PerfettoTrace::Layer*> layers) {
 }
 
 // The layer to replay, or null with `error` set.
-const PerfettoTrace::Layer* Choose(const std::string& path,
-                                   const std::vector<PerfettoTrace::Layer>& layers,
-                                   const std::string& text, std::string* error) {
-  std::vector<const PerfettoTrace::Layer*> all, matches;
-  for (const PerfettoTrace::Layer& layer : layers) {
+PerfettoTrace::Layer* Choose(const std::string& path, std::vector<PerfettoTrace::Layer>& layers,
+                             const std::string& text, std::string* error) {
+  std::vector<PerfettoTrace::Layer*> all, matches;
+  for (PerfettoTrace::Layer& layer : layers) {
     all.push_back(&layer);
     if (layer.name.find(text) != std::string::npos) matches.push_back(&layer);
   }
-  const PerfettoTrace::Layer* chosen = nullptr;
+  PerfettoTrace::Layer* chosen = nullptr;
   if (text.empty() && !layers.empty()) {
     chosen = *std::max_element(all.begin(), all.end(), [](const auto* a, const auto* b) {
       return a->frames.size() < b->frames.size();
@@ -234,31 +261,73 @@ const PerfettoTrace::Layer* Choose(const std::string& path,
   return chosen;
 }
 
+// Reads a varint at `at` of `head`; false when the head ends first or it
+// runs past 64 bits.
+bool Varint(std::string_view head, size_t* at, uint64_t* value) {
+  *value = 0;
+  for (int shift = 0; shift < 64 && *at < head.size(); shift += 7) {
+    auto byte = static_cast<unsigned char>(head[(*at)++]);
+    *value |= uint64_t{byte & 0x7fu} << shift;
+    if ((byte & 0x80) == 0) return true;
+  }
+  return false;
+}
+
+// True when `head` starts with a Trace.packet and is well-formed protobuf
+// fields throughout, the last possibly running past its end when `cut` or
+// after a first whole one (a trace cut short is still a trace).
+bool PacketFraming(std::string_view head, bool cut) {
+  if (head.empty() || head[0] != static_cast<char>(kPacketTag)) return false;
+  size_t at = 0;
+  for (bool first = true; at < head.size(); first = false) {
+    cut |= !first;
+    uint64_t tag = 0, value = 0;
+    if (!Varint(head, &at, &tag)) return cut && at == head.size();
+    if ((tag >> 3) == 0) return false;
+    // Wire types: 0 varint, 1 fixed64, 2 length-delimited, 5 fixed32.
+    uint64_t wire = tag & 7, skip = wire == 1 ? 8 : wire == 5 ? 4 : 0;
+    if (wire == 3 || wire == 4 || wire > 5) return false;
+    if ((wire == 0 || wire == 2) && !Varint(head, &at, wire == 0 ? &value : &skip)) {
+      return cut && at == head.size();
+    }
+    if (skip > head.size() - at) return cut;
+    at += skip;
+  }
+  return true;
+}
+
 }  // namespace
 
-bool PerfettoTrace::Recognises(const std::string& head) {
-  return !head.empty() && head[0] == '\n' && std::any_of(head.begin(), head.end(), [](char c) {
+bool PerfettoTrace::Recognises(std::string_view head, bool cut) {
+  bool binary = std::any_of(head.begin(), head.end(), [](char c) {
     auto byte = static_cast<unsigned char>(c);
     return (byte < 0x20 && c != '\t' && c != '\n' && c != '\r') || byte == 0x7f;
   });
+  return binary && PacketFraming(head, cut);
 }
 
 bool PerfettoTrace::Read(const std::string& path, std::vector<Layer>* layers, std::string* error) {
-  std::ifstream file(path, std::ios::binary);
-  if (!file) {
-    *error = TextEscape::Terminal(path) + ": cannot open the frame capture";
+  std::string name = TextEscape::Terminal(path);
+  int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY);
+  struct stat status {};
+  if (fd < 0 || fstat(fd, &status) != 0) {
+    *error = name + ": cannot open the frame capture (" + SystemError::Text(errno) + ")";
+    if (fd >= 0) close(fd);
     return false;
   }
-  google::protobuf::io::IstreamInputStream stream(&file);
-  Collector collector;
+  google::protobuf::io::FileInputStream stream(fd);
+  stream.SetCloseOnDelete(true);
+  uint64_t size = static_cast<uint64_t>(std::max<off_t>(status.st_size, 0));
+  Collector collector(std::min(size * kMaxInflationRatio, kMaxInflatedBytes));
   if (!collector.Walk(&stream, false)) {
-    *error = TextEscape::Terminal(path) +
-             ": truncated or corrupt Perfetto trace (the packet at byte " +
-             std::to_string(collector.offset()) + ")";
+    *error = name + (collector.overBound().empty()
+                         ? ": truncated or corrupt Perfetto trace (the packet at byte " +
+                               std::to_string(collector.offset()) + ")"
+                         : ": " + collector.overBound());
     return false;
   }
   if (!collector.sawFrameTimeline()) {
-    *error = TextEscape::Terminal(path) +
+    *error = name +
              ": no FrameTimeline data in this Perfetto trace; record with the "
              "android.surfaceflinger.frametimeline data source";
     return false;
@@ -267,12 +336,21 @@ bool PerfettoTrace::Read(const std::string& path, std::vector<Layer>* layers, st
   return true;
 }
 
-bool PerfettoTrace::Load(const std::string& path, const std::string& layerText,
-                         FrameTimeline* timeline, std::string* error) {
-  std::vector<Layer> layers;
-  if (!Read(path, &layers, error)) return false;
-  const Layer* layer = Choose(path, layers, layerText, error);
+namespace CaptureFormats {
+
+bool RecognisesPerfetto(std::string_view head) {
+  return PerfettoTrace::Recognises(head, head.size() >= kHeadBytes);
+}
+
+bool ReadPerfetto(const Source& source, Frames* frames, std::string* error) {
+  std::vector<PerfettoTrace::Layer> layers;
+  if (!PerfettoTrace::Read(source.path, &layers, error)) return false;
+  const PerfettoTrace::Layer* layer = Choose(source.path, layers, source.layer, error);
   if (layer == nullptr) return false;
-  timeline->Assign(path, "Perfetto FrameTimeline", layer->frames, layer->name, layer->janky);
+  frames->frames = std::move(layer->frames);
+  frames->janky = std::move(layer->janky);
+  frames->layer = layer->name;
   return true;
 }
+
+}  // namespace CaptureFormats

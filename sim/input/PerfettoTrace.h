@@ -9,34 +9,43 @@
 // belong to frames still pending when recording stopped and do not count.
 // Packets inside compressed_packets (zlib) are read too; fields the simulator
 // does not use are skipped.
+//
+// Bounded whatever the file holds: the trace streams from the file; all its
+// compressed packets together may inflate to at most kMaxInflationRatio
+// times the file's size and kMaxInflatedBytes in all; at most
+// kMaxFramesInFlight frames may be started and not ended (or ended before
+// their start) at once: beyond that the trace is refused as damaged, so
+// memory follows the frames presented, not the file. Stateless; any thread.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
-#include "sim/input/FrameTimeline.h"
+namespace PerfettoTrace {
 
-class PerfettoTrace {
- public:
-  struct Layer {
-    std::string name;
-    int pid = 0;
-    std::vector<int64_t> frames;  // ns on the trace's clock, sorted
-    std::vector<int64_t> janky;   // the frames the trace flags as janky, sorted
-  };
+inline constexpr uint64_t kMaxInflationRatio = 64;
+inline constexpr uint64_t kMaxInflatedBytes = uint64_t{4} << 30;
+inline constexpr size_t kMaxFramesInFlight = size_t{1} << 16;
 
-  // True when `head`, the first bytes of a file, is a Perfetto trace: it
-  // starts with a packet and holds bytes no text capture has.
-  static bool Recognises(const std::string& head);
-
-  // Reads the trace at `path` and hands `timeline` the frames of one layer:
-  // the one whose name contains `layerText`, or with an empty `layerText`
-  // the one with the most frames. On failure returns false and sets `error`
-  // (naming `path`). Memory grows with the trace's frames, not its size.
-  static bool Load(const std::string& path, const std::string& layerText, FrameTimeline* timeline,
-                   std::string* error);
-
-  // Reads the trace at `path`: its layers in the order they first appear.
-  static bool Read(const std::string& path, std::vector<Layer>* layers, std::string* error);
+struct Layer {
+  std::string name;
+  int pid = 0;
+  std::vector<int64_t> frames;  // ns on the trace's clock, in the order they ended
+  std::vector<int64_t> janky;   // the frames the trace flags as janky
 };
+
+// True when `head`, the first bytes of a file, is a Perfetto trace: it
+// starts with a Trace.packet, is well-formed protobuf fields throughout (the
+// last may run past its end when `cut`, the file going on, or after a first
+// whole packet: a trace cut short), and holds bytes no text capture has (a
+// control character).
+bool Recognises(std::string_view head, bool cut);
+
+// Reads the trace at `path`: its layers in the order they first appear. On
+// failure returns false and sets `error` (naming `path`).
+bool Read(const std::string& path, std::vector<Layer>* layers, std::string* error);
+
+}  // namespace PerfettoTrace

@@ -1,15 +1,21 @@
 #include "sim/input/ScenarioParser.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <cerrno>
+#include <cfloat>
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>
 #include <map>
 #include <memory>
+#include <tuple>
 
+#include "sim/input/CaptureFormats.h"
 #include "sim/input/InputFile.h"
 #include "sim/input/TextLines.h"
+#include "sim/input/TextNumbers.h"
 
 namespace {
 
@@ -43,23 +49,25 @@ class LineReader {
 };
 
 bool ToInt(const std::string& text, long long min, long long max, long long* value) {
-  if (text.empty()) return false;
-  char* end = nullptr;
-  errno = 0;
-  long long parsed = std::strtoll(text.c_str(), &end, 10);
-  if (errno != 0 || *end != '\0' || parsed < min || parsed > max) return false;
+  int64_t parsed = 0;
+  if (!TextNumbers::ToInteger(text, &parsed, min, max)) return false;
   *value = parsed;
   return true;
 }
 
-// A finite float, 0 or more: out of range, NaN and infinities refused.
+// A finite float, 0 or more: too large, NaN and infinities refused. A value
+// below the smallest normal float underflows (ERANGE) yet is accepted, as
+// the nearest float (a denormal, or 0); -0 is 0.
 bool ToRate(const std::string& text, float* value) {
   if (text.empty()) return false;
   char* end = nullptr;
   errno = 0;
   float parsed = std::strtof(text.c_str(), &end);
-  if (errno != 0 || *end != '\0' || !std::isfinite(parsed) || parsed < 0.0f) return false;
-  *value = parsed;
+  bool underflow = errno == ERANGE && std::fabs(parsed) < FLT_MIN;
+  if ((errno != 0 && !underflow) || *end != '\0' || !std::isfinite(parsed) || parsed < 0.0f) {
+    return false;
+  }
+  *value = parsed == 0.0f ? 0.0f : parsed;
   return true;
 }
 
@@ -176,12 +184,18 @@ class DirectiveParser {
     std::string file = reader.Rest();
     if (file.empty()) return "expected 'frames T FILE': FILE is missing";
     std::string path = (std::filesystem::path(mDirectory) / file).string();
-    // A capture named on several lines is read once (per layer chosen).
-    std::shared_ptr<const FrameTimeline>& timeline = mCaptures[{path, mLayer}];
+    // A capture named on several lines, in whatever way, is read once per
+    // layer chosen: the file is known by its identity, not its name. A
+    // file that cannot be looked at is left to the reader's message.
+    struct stat status {};
+    std::shared_ptr<const FrameTimeline> unused;
+    std::shared_ptr<const FrameTimeline>& timeline =
+        stat(path.c_str(), &status) == 0 ? mCaptures[{status.st_dev, status.st_ino, mLayer}]
+                                         : unused;
     if (!timeline) {
       auto loaded = std::make_shared<FrameTimeline>();
       std::string error;
-      if (!FrameTimeline::Load(path, mLayer, loaded.get(), &error)) return error;
+      if (!CaptureFormats::Load(path, mLayer, loaded.get(), &error)) return error;
       timeline = std::move(loaded);
     }
     mScenario->rates.push_back({at, 0.0f, timeline});
@@ -240,8 +254,8 @@ class DirectiveParser {
   std::string mDirectory;
   std::string mLayer;  // empty: the layer with the most frames
   Scenario* mScenario;
-  // By path and layer.
-  std::map<std::pair<std::string, std::string>, std::shared_ptr<const FrameTimeline>> mCaptures;
+  // By the file's device and inode, and the layer.
+  std::map<std::tuple<dev_t, ino_t, std::string>, std::shared_ptr<const FrameTimeline>> mCaptures;
 };
 
 }  // namespace

@@ -1,12 +1,9 @@
-// --events: one JSON object per line for each effect of the plug-in, in the
-// order they happened, each with "t" (ms) and "event" first, written as it
-// happens. Any bytes in names and texts give valid JSON (invalid UTF-8 is
-// replaced by U+FFFD). A run that stopped early ends with a line
-// {"t":..,"event":"stopped","reason":".."}.
+// --events: the effects of the plug-in in the order they happened, one line
+// each in the events format (EventsFormat.h), written as they happen; a run
+// that stopped early ends with the format's stop line.
 #pragma once
 
 #include <ostream>
-#include <string>
 
 #include "sim/output/RunSink.h"
 
@@ -16,9 +13,6 @@ class JsonLinesWriter : public RunSink {
   void Begin(const RunInfo& /*info*/) override {}
   void Event(const SimEvent& event) override;
   void End(const RunEnd& end) override;
-
-  // The line of one effect (no line feed).
-  static std::string Line(const SimEvent& event);
 
  private:
   std::ostream& mOut;

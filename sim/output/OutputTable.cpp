@@ -2,6 +2,7 @@
 
 #include "sim/output/ChromeTraceWriter.h"
 #include "sim/output/JsonLinesWriter.h"
+#include "sim/output/PerfettoWriter.h"
 #include "sim/output/SummaryJsonWriter.h"
 #include "sim/output/SvgPlotWriter.h"
 
@@ -32,6 +33,8 @@ const std::vector<Row>& Rows() {
       {"--plot", ".svg", "write an SVG plot to FILE (- stdout)", Make<SvgPlotWriter>},
       {"--summary-json", ".summary.json", "write the summary as JSON to FILE (- stdout)",
        MakeSummary},
+      {"--perfetto", ".perfetto-trace", "write a binary Perfetto trace to FILE (- stdout)",
+       Make<PerfettoWriter>},
   };
   return kRows;
 }

@@ -30,6 +30,7 @@ struct RunInfo {
     std::string layer;
     size_t frames;
     size_t janky;
+    int64_t originNs = 0;  // the device timestamp of the layer's first frame, ns
   };
   std::vector<Replay> replays;
   std::vector<int64_t> jankyMs;
@@ -47,4 +48,7 @@ class RunSink {
   virtual void Begin(const RunInfo& info) = 0;
   virtual void Event(const SimEvent& event) = 0;
   virtual void End(const RunEnd& end) = 0;
+  // After End: why the output is not whole although every write succeeded
+  // (the caller reports it as an output error), or "".
+  virtual std::string Problem() const { return ""; }
 };

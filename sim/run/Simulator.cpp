@@ -18,6 +18,7 @@
 #include "host/framework/SteppedRunner.h"
 #include "host/platform/HostEnv.h"
 #include "sim/TextEscape.h"
+#include "sim/input/FrameRateModel.h"
 #include "sim/run/EventRecorder.h"
 
 namespace {
@@ -34,7 +35,7 @@ void PrepareWorld(const Scenario& scenario, int64_t originNs) {
   }
   HostProcesses::Get().UseTable(pids);
   FrameRateSource::Get().SetFunction([&scenario, originNs](std::chrono::nanoseconds now) {
-    return Simulator::RateAt(scenario, (now.count() - originNs) / 1000000);
+    return FrameRateModel::RateAt(scenario, (now.count() - originNs) / 1000000);
   });
 }
 
@@ -170,26 +171,18 @@ bool RunRealtime(const Scenario& scenario, const Simulator::Options& options, Pr
   return true;
 }
 
-// The fps or frames line in force at `ms`, or null before the first: the
-// latest to start, the last in the file among those starting together
-// (the lines are kept sorted by time, in file order among equals).
-const Scenario::RateChange* ChangeAt(const Scenario& scenario, int64_t ms) {
-  auto after = std::upper_bound(
-      scenario.rates.begin(), scenario.rates.end(), ms,
-      [](int64_t at, const Scenario::RateChange& change) { return at < change.atMs; });
-  return after == scenario.rates.begin() ? nullptr : &*(after - 1);
-}
-
 // What the reports say of the Perfetto layers replayed.
 void NoteReplays(const Scenario& scenario, RunInfo* info) {
   for (const Scenario::RateChange& change : scenario.rates) {
     if (!change.timeline || change.timeline->layer().empty()) continue;
     const FrameTimeline& timeline = *change.timeline;
     info->replays.push_back({change.atMs, timeline.name(), timeline.layer(),
-                             timeline.frames().size(), timeline.janky().size()});
+                             timeline.frames().size(), timeline.janky().size(),
+                             timeline.originNs()});
     for (int64_t frameNs : timeline.janky()) {
       int64_t ms = change.atMs + frameNs / 1000000;
-      if (ms <= info->endMs && ChangeAt(scenario, ms) == &change) info->jankyMs.push_back(ms);
+      if (ms <= info->endMs && FrameRateModel::ChangeAt(scenario, ms) == &change)
+        info->jankyMs.push_back(ms);
     }
   }
   std::sort(info->jankyMs.begin(), info->jankyMs.end());
@@ -221,43 +214,15 @@ bool Simulator::Run(const Scenario& scenario, const Options& options, RunResult*
 }
 
 RunInfo Simulator::InfoOf(const Scenario& scenario) {
-  RunInfo info{scenario.name, scenario.EndMs(), MeasuredRates(scenario, scenario.EndMs()), {}, {}};
+  RunInfo info{scenario.name,
+               scenario.EndMs(),
+               FrameRateModel::MeasuredRates(scenario, scenario.EndMs()),
+               {},
+               {}};
   NoteReplays(scenario, &info);
   return info;
 }
 
-float Simulator::RateAt(const Scenario& scenario, int64_t ms) {
-  const Scenario::RateChange* current = ChangeAt(scenario, ms);
-  if (current == nullptr) return 0.0f;
-  if (!current->timeline) return current->fps;
-  return static_cast<float>(
-      current->timeline->FramesInSecondBefore((ms - current->atMs) * 1000000));
-}
-
-std::vector<std::pair<int64_t, float>> Simulator::MeasuredRates(const Scenario& scenario,
-                                                                int64_t endMs) {
-  std::vector<std::pair<int64_t, float>> points;
-  auto add = [&points, &scenario](int64_t ms) {
-    float fps = RateAt(scenario, ms);
-    if (points.empty() || points.back().second != fps) points.emplace_back(ms, fps);
-  };
-  add(0);
-  const std::vector<Scenario::RateChange>& rates = scenario.rates;
-  for (size_t i = 0; i < rates.size() && rates[i].atMs <= endMs; ++i) {
-    int64_t until = i + 1 < rates.size() ? std::min(rates[i + 1].atMs, endMs + 1) : endMs + 1;
-    if (!rates[i].timeline) {
-      add(rates[i].atMs);
-      continue;
-    }
-    // A capture's count changes until a second after its last frame.
-    int64_t last = rates[i].atMs + rates[i].timeline->frames().back() / 1000000 + 1001;
-    for (int64_t ms = rates[i].atMs; ms < until; ms += 100) {
-      add(ms);
-      if (ms > last) break;
-    }
-  }
-  return points;
-}
 const char* Simulator::BuiltInScenario() {
   return R"(# A game session on a 60 Hz phone.
 property ro.vendor.perf.gorv true

@@ -40,15 +40,6 @@ class Simulator {
   // What the outputs know before the run: name, end, measured frame rate.
   static RunInfo InfoOf(const Scenario& scenario);
 
-  // The frame-rate source's value at `ms` under the scenario's fps and
-  // frames lines (0 before the first). O(log of the number of lines).
-  static float RateAt(const Scenario& scenario, int64_t ms);
-  // RateAt's changes from 0 to `endMs`: (ms, fps) where the value changes,
-  // captures sampled every 100 ms while they have frames. Its size grows
-  // with the lines and the captures' lengths, not with endMs.
-  static std::vector<std::pair<int64_t, float>> MeasuredRates(const Scenario& scenario,
-                                                              int64_t endMs);
-
   // The built-in scenario: a game launched, playing at 60 fps, dropping to
   // 40, an FPS hint, the game leaving.
   static const char* BuiltInScenario();

@@ -2,7 +2,7 @@
 // classes (several layers, dropped, unended and pending frames, compressed
 // packets, broken bytes), the layer choice, the errors, and the janky
 // frames in the reports.
-#include <zlib.h>
+#include <unistd.h>
 
 #include <limits>
 #include <nlohmann/json.hpp>
@@ -10,13 +10,13 @@
 #include <string>
 #include <vector>
 
-#include "perfetto_frametimeline.pb.h"
 #include "sim/input/ScenarioParser.h"
 #include "sim/output/ChromeTraceWriter.h"
 #include "sim/output/SummaryJsonWriter.h"
 #include "sim/output/SvgPlotWriter.h"
 #include "sim/output/TimelinePrinter.h"
 #include "sim/run/Simulator.h"
+#include "tests/support/PerfettoTraceBuilder.h"
 #include "tests/support/SimFolderTest.h"
 
 namespace {
@@ -25,38 +25,7 @@ namespace pb = gorvsim::perfetto;
 using Event = pb::FrameTimelineEvent;
 using Times = std::vector<int64_t>;
 
-constexpr uint64_t kNever = 0;
 constexpr uint64_t kMs = 1000000;
-
-// A trace as SurfaceFlinger records it, one event per packet.
-struct TraceBuilder {
-  Event* Packet(uint64_t ns) {
-    pb::TracePacket* packet = trace.add_packet();
-    packet->set_timestamp(ns);
-    return packet->mutable_frame_timeline_event();
-  }
-  void Frame(const std::string& layer, int64_t cookie, uint64_t startNs, uint64_t endNs,
-             Event::PresentType present = Event::PRESENT_ON_TIME, int jank = Event::JANK_NONE) {
-    Event::ActualSurfaceFrameStart* start = Packet(startNs)->mutable_actual_surface_frame_start();
-    start->set_cookie(cookie);
-    start->set_pid(static_cast<int>(layer.size()));
-    start->set_layer_name(layer);
-    start->set_present_type(present);
-    start->set_jank_type(jank);
-    if (endNs != kNever) Packet(endNs)->mutable_frame_end()->set_cookie(cookie);
-  }
-  std::string Bytes() const { return trace.SerializeAsString(); }
-  pb::Trace trace;
-};
-
-std::string Deflate(const std::string& bytes) {
-  std::string out(compressBound(bytes.size()), '\0');
-  uLongf size = out.size();
-  compress(reinterpret_cast<Bytef*>(out.data()), &size,
-           reinterpret_cast<const Bytef*>(bytes.data()), bytes.size());
-  out.resize(size);
-  return out;
-}
 
 class PerfettoReplayTest : public SimFolderTest {
  protected:
@@ -156,6 +125,28 @@ TEST_F(PerfettoReplayTest, ErrorsNameTheFileAndTheLine) {
     EXPECT_EQ(error,
               "x.scn:" + std::string(text[0] == 'l' ? "2" : "1") + ": " + dir + "/" + message);
   }
+}
+
+// Read once, the capture keeps the name it was first read under, whichever
+// way a later line names it; another layer of it is read again.
+TEST_F(PerfettoReplayTest, ACaptureNamedInSeveralWaysIsReadOnce) {
+  ASSERT_EQ(symlink("game.txt", (dir + "/link").c_str()), 0);
+  Write("x.scn",
+        "frames 0 ./game.txt\nframes 100 ././game.txt\nframes 200 link\n"
+        "layer menu\nframes 300 game.txt\nend 400\n");
+  auto run = Sim("x.scn");
+  ASSERT_EQ(run.status, 0) << run.err;
+  std::string replays;
+  for (size_t at = 0; (at = run.out.find("frames from", at)) != std::string::npos;) {
+    size_t end = run.out.find(',', at);
+    replays += run.out.substr(at, end - at) + "\n";
+    at = end;
+  }
+  EXPECT_EQ(replays,
+            "frames from 0.000 s: layer 'TX - game#1' of ././game.txt\n"
+            "frames from 0.100 s: layer 'TX - game#1' of ././game.txt\n"
+            "frames from 0.200 s: layer 'TX - game#1' of ././game.txt\n"
+            "frames from 0.300 s: layer 'TX - menu#2' of ./game.txt\n");
 }
 
 TEST_F(PerfettoReplayTest, TheReportsMarkTheJankyFrames) {

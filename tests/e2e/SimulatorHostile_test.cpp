@@ -10,7 +10,6 @@
 #include <vector>
 
 #include "sim/TextEscape.h"
-#include "sim/input/FrameTimeline.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/SimFolderTest.h"
 
@@ -89,15 +88,6 @@ TEST_F(SimulatorHostileTest, MalformedLinesAndNumbersAtTheirLimits) {
                  " --plot " + dir + "/plot.svg");
   EXPECT_EQ(run.status, 0) << run.err;
   EXPECT_LT(Read("plot.svg").size(), 20000u);
-
-  FrameTimeline timeline;
-  std::string error;
-  EXPECT_TRUE(FrameTimeline::Parse("c", "-5\n9223372036854775790\n-9\n", &timeline, &error));
-  EXPECT_EQ(timeline.frames(), (std::vector<int64_t>{0, 4, 9223372036854775799}));
-  EXPECT_FALSE(
-      FrameTimeline::Parse("c", "-9223372036854775808\n9223372036854775807\n", &timeline, &error));
-  EXPECT_EQ(error, "c: the frame times span more than 2^63 ns; the capture is damaged");
-  EXPECT_FALSE(FrameTimeline::Parse("c", "9223372036854775808\n", &timeline, &error));
 }
 
 TEST_F(SimulatorHostileTest, BytesAndFilesThatAreNotScenarios) {
@@ -169,6 +159,35 @@ const HostileCase kHostileCases[] = {
      "gorv-sim: the plug-in ended the run",
      {"tmp/gorv-sim-*"}},
     // Inputs: scenarios, captures and expected files.
+    {{{"c/x", "5000000\n6000000\n"},
+      {"s.scn",
+       "frames 0 c/x\nframes 100 ./c/x\nframes 200 ././c/x\nlayer any\n"
+       "frames 300 c/../c/x\nend 500\n"}},
+     "s.scn",
+     "",
+     0,
+     "",
+     {}},
+    {{{"s.scn", "fps 0 1e-40\nfps 10 1e-50\nend 500\n"}}, "s.scn", "", 0, "", {}},
+    {{{"s.scn", "end 100\n"}, {"deep.jsonl", "\n" + std::string(100000, '[') + "\n"}},
+     "s.scn --expect deep.jsonl --events $DIR/events",
+     "",
+     2,
+     "gorv-sim: deep.jsonl:2: nested deeper than 8 levels; expected one JSON object per line, "
+     "as --events writes them\n",
+     {"events"}},
+    {{{"s.scn", "end 100\n"}, {"stop.jsonl", "{\"t\":0,\"event\":\"stopped\"\n"}},
+     "s.scn --expect stop.jsonl",
+     "",
+     2,
+     "gorv-sim: stop.jsonl:1: expected one JSON object per line, as --events writes them\n",
+     {}},
+    {{{"s.scn", "frames 0 t.pftrace\n"}, {"t.pftrace", std::string("\n\x02\x40\x01", 4)}},
+     "s.scn",
+     "",
+     2,
+     "/t.pftrace: no FrameTimeline data in this Perfetto trace",
+     {}},
     // Outputs: files, folders, pipes, and outputs that are inputs.
     {{},
      "--events /dev/full",

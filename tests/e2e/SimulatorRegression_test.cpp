@@ -5,8 +5,6 @@
 #include <regex>
 #include <string>
 
-#include "sim/check/EventComparator.h"
-#include "sim/output/EventLog.h"
 #include "tests/support/SimFolderTest.h"
 
 namespace {
@@ -61,57 +59,8 @@ TEST_F(SimulatorRegressionTest, ARunCheckedAgainstItsRecording) {
             "perf_lock_release, log, counter or trace_section\n");
 }
 
-TEST_F(SimulatorRegressionTest, OneRemovedEventAmongManyIsOneDifference) {
-  std::vector<SimEvent> expected;
-  for (int i = 0; i < 50; ++i) {
-    SimEvent event;
-    event.kind = i % 2 == 0 ? SimEvent::Kind::Node : SimEvent::Kind::Counter;
-    event.tMs = int64_t{i / 4} * 200;  // several events share each time
-    event.name = "n" + std::to_string(i % 3);
-    event.text = std::to_string(i);
-    expected.push_back(event);
-  }
-  std::vector<SimEvent> recorded = expected;
-  recorded.erase(recorded.begin() + 9);
-  recorded[30].value = 7;
-  SimEvent extra = recorded[40];
-  extra.text = "x";
-  recorded.insert(recorded.begin() + 41, extra);
-  EventComparator::Result result = EventComparator::Compare(expected, recorded, {});
-  ASSERT_EQ(result.differences.size(), 3u);
-  EXPECT_EQ(result.matched, 48u);  // the changed event is not a match
-  using Kind = EventComparator::Difference::Kind;
-  EXPECT_EQ(result.differences[0].kind, Kind::Missing);
-  EXPECT_EQ(result.differences[0].expected.text, "9");
-  EXPECT_EQ(result.differences[1].kind, Kind::Changed);
-  EXPECT_EQ(result.differences[1].recorded.value, 7);
-  EXPECT_EQ(result.differences[2].kind, Kind::Extra);
-  EXPECT_EQ(result.differences[2].recorded.text, "x");
-}
-
 TEST_F(SimulatorRegressionTest, DamagedRecordingsNameTheFileAndLine) {
   const std::string object = "expected one JSON object per line, as --events writes them";
-  const std::string kinds =
-      "expected \"t\" (ms, 0 or more) and \"event\" (node, perf_lock_acquire, "
-      "perf_lock_release, log, counter or trace_section)";
-  const std::pair<const char*, std::string> cases[] = {
-      {"{\"t\":0,\"event\":\"log\"", object},
-      {"[1]", object},
-      {"{\"t\":-1,\"event\":\"node\",\"path\":\"p\",\"value\":\"1\"}", kinds},
-      {"{\"t\":0,\"event\":\"trigger\"}", kinds},
-      {"{\"t\":0,\"event\":\"node\",\"path\":\"p\",\"value\":1}",
-       "expected a node event with \"path\" and \"value\" (strings)"},
-      {"{\"t\":0,\"event\":\"perf_lock_acquire\",\"handle\":1,\"resources\":[4294967296]}",
-       "expected a perf_lock_acquire event with \"handle\" (integer) and \"resources\" (integers)"},
-      {"{\"t\":0,\"event\":\"counter\",\"name\":\"c\",\"value\":18446744073709551615}",
-       "expected a counter event with \"name\" (string) and \"value\" (integer)"},
-  };
-  for (const auto& [line, reason] : cases) {
-    std::vector<SimEvent> events;
-    std::string error;
-    EXPECT_FALSE(EventLog::Parse("e.jsonl", "\n" + std::string(line) + "\n", &events, &error));
-    EXPECT_EQ(error, "e.jsonl:2: " + reason);
-  }
   Write("s.scn", kSession);
   Write("bad.jsonl", "{\"t\":0,\"event\":\"perf_lock_release\",\"handle\":1}\n{\n");
   auto bad = Sim("s.scn --expect bad.jsonl");

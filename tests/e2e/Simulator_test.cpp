@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "sim/input/FrameTimeline.h"
+#include "sim/input/FrameRateModel.h"
 #include "sim/input/ScenarioParser.h"
 #include "sim/output/ChromeTraceWriter.h"
 #include "sim/output/JsonLinesWriter.h"
@@ -120,53 +120,6 @@ TEST_F(SimulatorTest, RestOfTheLineIsTakenVerbatim) {
   EXPECT_EQ(scenario.EndMs(), 2000);
 }
 
-TEST_F(SimulatorTest, CaptureFormats) {
-  FrameTimeline timeline;
-  std::string error;
-  // SurfaceFlinger: a warning, the period, frames (present time in the
-  // middle), a pending row and a row of zeros, then the device's trailer.
-  ASSERT_TRUE(FrameTimeline::Parse(
-      "sf.txt",
-      "Warning: layer not found, using first\r\n16666666\n"
-      "100 1000000000 120\n0 0 0\n"
-      "200 1016000000 220\n9223372036854775807 9223372036854775807 9223372036854775807\n"
-      "300 1033000000 320\n\nsome trailer 1 2 3\n",
-      &timeline, &error))
-      << error;
-  EXPECT_EQ(timeline.format(), "SurfaceFlinger latency");
-  EXPECT_EQ(timeline.frames(), (std::vector<int64_t>{0, 16000000, 33000000}));
-
-  // gfxinfo: the first block has no frame; flagged rows are skipped.
-  ASSERT_TRUE(FrameTimeline::Parse(
-      "gfx.txt",
-      "Stats since: 1\n---PROFILEDATA---\nFlags,IntendedVsync,FrameCompleted,\n"
-      "---PROFILEDATA---\n---PROFILEDATA---\n"
-      "Flags,IntendedVsync,FrameCompleted,\n0,5,2000,\n1,6,2500,\n0,7,3000,\n"
-      "---PROFILEDATA---\n",
-      &timeline, &error))
-      << error;
-  EXPECT_EQ(timeline.format(), "gfxinfo framestats");
-  EXPECT_EQ(timeline.frames(), (std::vector<int64_t>{0, 1000}));
-
-  // A plain list with a byte-order mark and blank lines.
-  ASSERT_TRUE(FrameTimeline::Parse("list.txt",
-                                   "\xEF\xBB\xBF"
-                                   "5000000000\n\n5500000000\n6000000000\n",
-                                   &timeline, &error))
-      << error;
-  EXPECT_EQ(timeline.format(), "frame times");
-  EXPECT_EQ(timeline.FramesInSecondBefore(0), 1);
-  EXPECT_EQ(timeline.FramesInSecondBefore(1000000000), 2);  // (t - 1 s, t]: not the one at 0
-  EXPECT_EQ(timeline.FramesInSecondBefore(1500000000), 1);
-
-  EXPECT_FALSE(FrameTimeline::Parse("bad.txt", "12\nabc\n", &timeline, &error));
-  EXPECT_EQ(error,
-            "bad.txt:2: expected a frame time in ns, an integer within the 64-bit range (or a "
-            "SurfaceFlinger --latency or gfxinfo framestats capture)");
-  EXPECT_FALSE(FrameTimeline::Parse("sf.txt", "16666666\n0 0 0\n", &timeline, &error));
-  EXPECT_EQ(error, "sf.txt: no frames in this SurfaceFlinger latency capture");
-}
-
 TEST_F(SimulatorTest, ARecordedTimelineDrivesTheSource) {
   std::string frames;
   for (int i = 0; i < 120; ++i) frames += std::to_string(7000000000LL + i * 20000000LL) + "\n";
@@ -176,11 +129,11 @@ TEST_F(SimulatorTest, ARecordedTimelineDrivesTheSource) {
   ASSERT_TRUE(ScenarioParser::Parse("x.scn", dir, "fps 0 30\nframes 1000 frames.txt\nfps 5000 90\n",
                                     &scenario, &error))
       << error;
-  EXPECT_EQ(Simulator::RateAt(scenario, 999), 30.0f);
-  EXPECT_EQ(Simulator::RateAt(scenario, 1000), 1.0f);   // the first frame sits at 1000
-  EXPECT_EQ(Simulator::RateAt(scenario, 2000), 50.0f);  // one frame every 20 ms
-  EXPECT_EQ(Simulator::RateAt(scenario, 4500), 0.0f);   // the capture ended
-  EXPECT_EQ(Simulator::RateAt(scenario, 5000), 90.0f);
+  EXPECT_EQ(FrameRateModel::RateAt(scenario, 999), 30.0f);
+  EXPECT_EQ(FrameRateModel::RateAt(scenario, 1000), 1.0f);   // the first frame sits at 1000
+  EXPECT_EQ(FrameRateModel::RateAt(scenario, 2000), 50.0f);  // one frame every 20 ms
+  EXPECT_EQ(FrameRateModel::RateAt(scenario, 4500), 0.0f);   // the capture ended
+  EXPECT_EQ(FrameRateModel::RateAt(scenario, 5000), 90.0f);
 }
 
 TEST_F(SimulatorTest, TheTraceAndThePlotOfTheBuiltInScenario) {

@@ -1,0 +1,200 @@
+// --perfetto's writer: the file decoded with the protobuf classes and the
+// plug-in's tracks checked as text against the run's events, also before
+// End and when stopped early; a replayed device trace copied byte for byte
+// with the plug-in's time T on the replayed layer's first frame.
+#include "sim/output/PerfettoWriter.h"
+
+#include <gtest/gtest.h>
+#include <zlib.h>
+
+#include <map>
+#include <sstream>
+#include <string>
+
+#include "perfetto_frametimeline.pb.h"
+#include "perfetto_trace.pb.h"
+#include "sim/input/ScenarioParser.h"
+#include "sim/run/Simulator.h"
+#include "tests/support/TempFolder.h"
+
+namespace {
+
+namespace out = gorvsim::perfetto_out;
+namespace device = gorvsim::perfetto;
+
+constexpr uint64_t kMs = 1000000;
+
+SimEvent Make(int64_t ms, SimEvent::Kind kind, const std::string& name = "",
+              const std::string& text = "") {
+  SimEvent event;
+  event.tMs = ms;
+  event.kind = kind;
+  event.name = name;
+  event.text = text;
+  event.handle = 7;
+  return event;
+}
+
+// The plug-in's packets (on `sequence`) as lines: "track ...", counters
+// "TS TRACK VALUE", instants "TS TRACK NAME {KEY=VALUE;...}". Fails on bytes
+// that do not decode, a packet off `clock` or a wrong sequence_flags.
+std::string PluginTracks(const std::string& bytes, uint32_t sequence, uint32_t clock) {
+  out::Trace trace;
+  EXPECT_TRUE(trace.ParseFromString(bytes));
+  std::map<uint64_t, std::string> names;
+  std::ostringstream text;
+  for (const out::TracePacket& packet : trace.packet()) {
+    if (packet.trusted_packet_sequence_id() != sequence) continue;
+    EXPECT_EQ(packet.timestamp_clock_id(), clock);
+    EXPECT_EQ(packet.sequence_flags(), names.empty() ? 1u : 0u);  // on the first one only
+    if (packet.has_track_descriptor()) {
+      const out::TrackDescriptor& track = packet.track_descriptor();
+      names[track.uuid()] = track.name();
+      text << "track " << track.name() << (track.has_counter() ? " counter" : "")
+           << (track.has_process() ? " pid " + std::to_string(track.process().pid()) : "")
+           << (track.has_parent_uuid() ? " in " + names[track.parent_uuid()] : "") << "\n";
+      continue;
+    }
+    const out::TrackEvent& event = packet.track_event();
+    text << packet.timestamp() << " " << names[event.track_uuid()] << " ";
+    if (event.type() == out::TrackEvent::TYPE_COUNTER) {
+      text << event.double_counter_value() + static_cast<double>(event.counter_value()) << "\n";
+      continue;
+    }
+    text << event.name() << " {";
+    for (const out::DebugAnnotation& annotation : event.debug_annotations()) {
+      text << annotation.name() << "=" << annotation.string_value() << ";";
+    }
+    text << "}\n";
+  }
+  return text.str();
+}
+
+TEST(PerfettoWriterTest, TracksValuesAndTimesOnTheBootClockUpToAStop) {
+  std::ostringstream stream;
+  PerfettoWriter writer(stream);
+  writer.Begin({"s.scn", 3000, {{0, 0.0f}, {1000, 60.0f}, {2500, 30.5f}, {3500, 1.0f}}, {}, {}});
+  SimEvent trigger = Make(100, SimEvent::Kind::Trigger, "com.game/.Main");
+  trigger.value = 4097;
+  trigger.triggerValue = 1;
+  writer.Event(trigger);
+  writer.Event(Make(200, SimEvent::Kind::Node, "/sys/kernel/gorv/fps", "60"));
+  writer.Event(Make(300, SimEvent::Kind::LockAcquire));
+  SimEvent log = Make(400, SimEvent::Kind::Log, "GORV", "bad \x01 byte \xff");
+  log.priority = 4;
+  writer.Event(log);
+  writer.Event(Make(1000, SimEvent::Kind::Node, "/sys/kernel/gorv/target_pid", "123"));
+  writer.Event(Make(1200, SimEvent::Kind::LockRelease));
+  std::string beforeEnd = stream.str();
+  writer.Event(Make(2600, SimEvent::Kind::Node, "/sys/kernel/gorv/fps", "30"));
+  writer.Event(Make(2700, SimEvent::Kind::LockAcquire));
+  writer.End({2800, 0, "the plug-in aborted"});
+  EXPECT_EQ(writer.error(), "");
+
+  const std::string tracks =
+      "track gorv-sim: libgorv pid 4194305\n"
+      "track measured fps counter in gorv-sim: libgorv\n"
+      "track target fps counter in gorv-sim: libgorv\n"
+      "track perf lock held counter in gorv-sim: libgorv\n"
+      "track triggers in gorv-sim: libgorv\n"
+      "track node writes in gorv-sim: libgorv\n"
+      "track log in gorv-sim: libgorv\n"
+      "0 gorv-sim: libgorv scenario s.scn {}\n"
+      "0 target fps 0\n"
+      "0 perf lock held 0\n"
+      "0 measured fps 0\n"
+      "100000000 triggers start {id=4097;component=com.game/.Main;value=1;}\n"
+      "200000000 node writes write fps = 60 {path=/sys/kernel/gorv/fps;value=60;}\n"
+      "200000000 target fps 60\n"
+      "300000000 perf lock held 1\n"
+      "400000000 log bad \\x01 byte \\xFF {tag=GORV;priority=4;}\n"
+      "1000000000 measured fps 60\n"
+      "1000000000 node writes write target_pid = 123 "
+      "{path=/sys/kernel/gorv/target_pid;value=123;}\n";
+  // Streamed: what was written before End decodes, up to that moment.
+  EXPECT_EQ(PluginTracks(beforeEnd, 1, 6), tracks + "1200000000 perf lock held 0\n");
+  EXPECT_EQ(PluginTracks(stream.str(), 1, 6),
+            tracks +
+                "1200000000 perf lock held 0\n"
+                "2500000000 measured fps 30.5\n"
+                "2600000000 node writes write fps = 30 {path=/sys/kernel/gorv/fps;value=30;}\n"
+                "2600000000 target fps 30\n"
+                // Stopped early with the lock held: the lock ends there.
+                "2700000000 perf lock held 1\n"
+                "2800000000 perf lock held 0\n"
+                "2800000000 gorv-sim: libgorv stopped {why=the plug-in aborted;}\n");
+}
+
+// A device trace: a packet on sequence 1 with a padded length, then frames
+// of one layer ending at 5.000 and 5.020 s and compressed packets, on
+// sequence 3. Sets the offset of its last packet.
+std::string DeviceTrace(size_t* lastPacketAt) {
+  device::Trace trace;
+  for (auto [cookie, end] : {std::pair{1, 5000 * kMs}, {2, 5020 * kMs}}) {
+    device::TracePacket* start = trace.add_packet();
+    start->set_timestamp(end - 8 * kMs);
+    auto* frame = start->mutable_frame_timeline_event()->mutable_actual_surface_frame_start();
+    frame->set_cookie(cookie);
+    frame->set_layer_name("TX - game#1");
+    frame->set_present_type(device::FrameTimelineEvent::PRESENT_ON_TIME);
+    device::TracePacket* finish = trace.add_packet();
+    finish->set_timestamp(end);
+    finish->mutable_frame_timeline_event()->mutable_frame_end()->set_cookie(cookie);
+  }
+  std::string empty(16, '\0');
+  uLongf size = empty.size();
+  compress(reinterpret_cast<Bytef*>(empty.data()), &size, nullptr, 0);
+  trace.add_packet()->set_compressed_packets(empty.substr(0, size));
+  for (device::TracePacket& packet : *trace.mutable_packet()) {
+    packet.set_timestamp_clock_id(6);
+    packet.mutable_unknown_fields()->append("\x50\x03");  // trusted_packet_sequence_id 3
+  }
+  std::string bytes = std::string("\x0a\x82\x00\x50\x01", 5) + trace.SerializeAsString();
+  *lastPacketAt = bytes.size() - 2 - trace.packet(4).ByteSizeLong();
+  return bytes;
+}
+
+// The replayed device trace as it is at run time: whole, gone, or cut in its
+// last packet after the scenario was read. Its packets come first as they
+// were, the plug-in's follow with time T (1000 ms) on the first frame.
+TEST(PerfettoWriterTest, DevicePacketsThenThePluginOnTheFramesClock) {
+  TempFolder folder;
+  size_t lastAt = 0;
+  const std::string bytes = DeviceTrace(&lastAt), path = folder.Write("device.pftrace", bytes);
+  Scenario scenario;
+  std::string error;
+  ASSERT_TRUE(ScenarioParser::Parse("x.scn", folder.path(),
+                                    "frames 1000 device.pftrace\nend 3000\n", &scenario, &error))
+      << error;
+  struct Case {
+    std::string bytes;   // at run time; "" removed
+    std::string copied;  // what the output starts with
+    uint32_t sequence;   // the plug-in's: the first free (above 2^30 past compressed packets)
+    std::string error;
+  } cases[] = {
+      {bytes, bytes, 1u << 30, ""},
+      {"", "", 1, path + ": cannot open the replayed Perfetto trace"},
+      {bytes.substr(0, bytes.size() - 1), bytes.substr(0, lastAt), 2,
+       path + ": truncated or corrupt Perfetto trace (the packet at byte " +
+           std::to_string(lastAt) + "); the packets before it are copied"},
+  };
+  for (const Case& row : cases) {
+    std::remove(path.c_str());
+    if (!row.bytes.empty()) folder.Write("device.pftrace", row.bytes);
+    std::ostringstream stream;
+    PerfettoWriter writer(stream);
+    writer.Begin(Simulator::InfoOf(scenario));
+    writer.Event(Make(1000, SimEvent::Kind::Node, "/sys/kernel/gorv/fps", "60"));
+    writer.End({1500, 0, "interrupted by SIGINT"});
+    EXPECT_EQ(writer.error(), row.error);
+    ASSERT_EQ(stream.str().substr(0, row.copied.size()), row.copied) << row.error;
+    std::string text = PluginTracks(stream.str(), row.sequence, 6);
+    EXPECT_NE(text.find("4000000000 target fps 0\n"), std::string::npos) << text;
+    EXPECT_EQ(text.substr(text.find("5000000000 node")),
+              "5000000000 node writes write fps = 60 {path=/sys/kernel/gorv/fps;value=60;}\n"
+              "5000000000 target fps 60\n"
+              "5500000000 gorv-sim: libgorv stopped {why=interrupted by SIGINT;}\n");
+  }
+}
+
+}  // namespace
