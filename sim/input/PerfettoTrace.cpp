@@ -17,6 +17,7 @@
 #include <unordered_set>
 
 #include "perfetto_frametimeline.pb.h"
+#include "sim/SimWords.h"
 #include "sim/SystemError.h"
 #include "sim/TextEscape.h"
 #include "sim/input/CaptureFormats.h"
@@ -220,8 +221,8 @@ std::string LayerList(std::vector<PerfettoTrace::Layer*> layers) {
   std::string list;
   for (const PerfettoTrace::Layer* layer : layers) {
     std::string count = std::to_string(layer->frames.size());
-    list += "\n" + std::string(count.size() < 8 ? 8 - count.size() : 0, ' ') + count + "  " +
-            TextEscape::Terminal(layer->name) + " (pid " + std::to_string(layer->pid) + ")";
+    list += "\n" + SimWords::RightAligned(count, 8) + "  " + TextEscape::Terminal(layer->name) +
+            " (pid " + std::to_string(layer->pid) + ")";
   }
   return list;
 }
