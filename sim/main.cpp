@@ -2,7 +2,7 @@
 // against recorded runs.
 //
 //   gorv-sim [SCENARIO|FOLDER...] [--events FILE] [--trace FILE] [--plot FILE]
-//            [--summary-json FILE] [--expect FILE [--ignore-log-lines]
+//            [--summary-json FILE] [--perfetto FILE] [--expect FILE [--ignore-log-lines]
 //            [--ignore KIND]...] [--realtime]
 //
 // The output options come from OutputTable, one per output.
