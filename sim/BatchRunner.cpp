@@ -1,12 +1,15 @@
 #include "sim/BatchRunner.h"
 
 #include <algorithm>
+#include <chrono>
 #include <filesystem>
 #include <ostream>
 #include <set>
 
 #include "sim/ErrorLine.h"
 #include "sim/ExitStatus.h"
+#include "sim/JUnitReport.h"
+#include "sim/Progress.h"
 #include "sim/SimWords.h"
 #include "sim/SystemError.h"
 #include "sim/TextEscape.h"
@@ -158,6 +161,34 @@ void PrintTable(const Plan& plan, const std::vector<ScenarioJob::Outcome>& outco
   out << outcomes.size() << " scenario(s), exit status " << status << '\n';
 }
 
+// Leaves the scenarios of `shard` in the plan.
+void KeepShard(const Shard::Spec& shard, Plan* plan) {
+  Plan kept = *plan;
+  kept.scenarios.clear();
+  kept.outputs.clear();
+  for (size_t i : Shard::Pick(plan->scenarios.size(), shard)) {
+    kept.scenarios.push_back(plan->scenarios[i]);
+    kept.outputs.push_back(plan->outputs[i]);
+  }
+  *plan = std::move(kept);
+}
+
+double SecondsSince(std::chrono::steady_clock::time_point start) {
+  return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+// The JUnit report when asked for: the status, or kNotRun when it cannot
+// be written.
+int WriteReport(const std::string& path, const std::vector<JUnitReport::Case>& cases,
+                std::chrono::steady_clock::time_point started) {
+  std::string error;
+  if (path.empty() || JUnitReport::Write(path, cases, SecondsSince(started), &error)) {
+    return ExitStatus::kDone;
+  }
+  ErrorLine::Print(error);
+  return ExitStatus::kNotRun;
+}
+
 }  // namespace
 
 namespace BatchRunner {
@@ -174,16 +205,38 @@ int Run(const Request& request, bool* pipeClosed) {
     ErrorLine::Print(error);
     return ExitStatus::kNotRun;
   }
+  size_t batch = plan.scenarios.size();
+  KeepShard(request.shard, &plan);
+  auto started = std::chrono::steady_clock::now();
+  std::vector<JUnitReport::Case> cases;
+  for (const std::string& scenario : plan.scenarios) cases.push_back({Stem(scenario), {}, 0});
+  if (plan.scenarios.empty()) {
+    ErrorLine::Print("shard " + std::to_string(request.shard.index) + "/" +
+                     std::to_string(request.shard.total) + " runs no scenario: the batch has " +
+                     std::to_string(batch));
+    return WriteReport(request.junit, cases, started);
+  }
   std::vector<ScenarioJob::Outcome> outcomes;
   int status = ExitStatus::kDone;
+  Progress progress(plan.table && Progress::Wanted(request.quiet), 0);
+  size_t failed = 0;
   for (size_t i = 0; i < plan.scenarios.size(); ++i) {
+    progress.Show(Progress::BatchText(i, plan.scenarios.size(), failed));
+    auto begun = std::chrono::steady_clock::now();
     outcomes.push_back(ScenarioJob::Run(plan.scenarios[i], plan.outputs[i], request.settings));
+    cases[i] = {Stem(plan.scenarios[i]), outcomes.back(), SecondsSince(begun)};
+    failed += outcomes.back().status != ExitStatus::kDone;
     *pipeClosed = outcomes.back().pipeClosed;
     // An interrupted run (128+N) or a closed standard output ends the batch.
-    if (outcomes.back().status >= ExitStatus::kBySignal || *pipeClosed)
+    if (outcomes.back().status >= ExitStatus::kBySignal || *pipeClosed) {
+      progress.Clear();
+      WriteReport(request.junit, cases, started);
       return outcomes.back().status;
+    }
     status = std::max(status, outcomes.back().status);
   }
+  progress.Clear();
+  status = std::max(status, WriteReport(request.junit, cases, started));
   if (!plan.table) return status;
   std::unique_ptr<OutputFile> out = OutputFile::Open("-", &error);
   if (out) PrintTable(plan, outcomes, status, out->stream());

@@ -14,12 +14,17 @@
 // option's suffix in OutputTable: NAME.jsonl (--events, and what --expect
 // reads), NAME.trace.json, ... With several scenarios every output option
 // must name a folder.
+//
+// A shard runs its part of the whole list (Shard); the JUnit report, when
+// asked for, is written at the end, even of an interrupted batch. A batch
+// on a terminal shows its progress on standard error (Progress).
 #pragma once
 
 #include <string>
 #include <vector>
 
 #include "sim/ScenarioJob.h"
+#include "sim/Shard.h"
 
 namespace BatchRunner {
 
@@ -27,6 +32,9 @@ struct Request {
   std::vector<std::string> scenarios;  // files and folders; empty: the built-in scenario
   ScenarioJob::Outputs outputs;        // files, folders or "-"
   ScenarioJob::Settings settings;
+  Shard::Spec shard;   // the part of the batch to run: scenario i when i mod total is index
+  std::string junit;   // the JUnit XML report's file; "" none
+  bool quiet = false;  // no progress line even on a terminal
 };
 
 // Returns the exit status: the highest of the runs' (0 all done and

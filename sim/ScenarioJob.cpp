@@ -49,6 +49,7 @@ struct OpenOutputs {
   std::vector<std::unique_ptr<OutputFile>> files;
   std::vector<std::unique_ptr<RunSink>> owned;
   FanOut sinks;
+  std::string error;  // the last error reported
 
   void Add(std::unique_ptr<RunSink> sink) {
     sinks.Add(sink.get());
@@ -60,6 +61,7 @@ struct OpenOutputs {
     std::unique_ptr<OutputFile> file = OutputFile::Open(path, &error);
     if (!file) {
       ErrorLine::Print(error);
+      this->error = error;
       return nullptr;
     }
     files.push_back(std::move(file));
@@ -92,6 +94,7 @@ struct OpenOutputs {
       std::string error;
       if (!file->Close(&error) && !file->PipeClosed()) {
         ErrorLine::Print(error);
+        this->error = error;
         ok = false;
       }
     }
@@ -188,6 +191,7 @@ Outcome Run(const std::string& scenarioPath, const Outputs& paths, const Setting
       !(error = CheckOutputs(scenarioPath, scenario, paths)).empty()) {
     ErrorLine::Print(error);
     outcome.status = ExitStatus::kBadInput;
+    outcome.error = error;
     return outcome;
   }
   // Before anything is written: the plug-in's nodes must have a place.
@@ -195,6 +199,7 @@ Outcome Run(const std::string& scenarioPath, const Outputs& paths, const Setting
   if (!sysfs) {
     ErrorLine::Print(error);
     outcome.status = ExitStatus::kNotRun;
+    outcome.error = error;
     return outcome;
   }
   OpenOutputs outputs;
@@ -203,6 +208,7 @@ Outcome Run(const std::string& scenarioPath, const Outputs& paths, const Setting
   outputs.sinks.Add(&tally);
   if (!OpenAll(scenario, paths, std::move(expected), settings.comparison, &outputs, &checker)) {
     outcome.status = ExitStatus::kNotRun;
+    outcome.error = outputs.error;
     return outcome;
   }
   ChildRun::Result run = ChildRun::Run(scenario, settings.simulator, *sysfs, outputs.sinks,
@@ -212,12 +218,15 @@ Outcome Run(const std::string& scenarioPath, const Outputs& paths, const Setting
   outcome.ran = run.outcome != ChildRun::Outcome::Failed;
   if (checker != nullptr && outcome.ran) {
     outcome.check = checker->passed() ? Check::Pass : Check::Fail;
+    outcome.checkReport = checker->report();
   }
   outcome.targetChanges = tally.summary.targetChanges();
   outcome.lockHeldMs = tally.summary.lockHeldMs();
   outcome.status = outcome.pipeClosed
                        ? ExitStatus::kNotRun
                        : StatusOf(run, outcome.written, outcome.check != Check::Fail);
+  outcome.error = run.outcome == ChildRun::Outcome::Abandoned ? "" : run.message;
+  if (outcome.error.empty()) outcome.error = outputs.error;
   return outcome;
 }
 

@@ -32,6 +32,8 @@ struct Outcome {
   Check check = Check::None;
   int64_t targetChanges = 0;
   int64_t lockHeldMs = 0;
+  std::string error;        // what standard error was told, without "gorv-sim: "; "" none
+  std::string checkReport;  // Check::Pass or Fail: the check's report, as printed
 };
 
 // `scenarioPath` "" runs the built-in scenario. The human timeline goes to

@@ -3,7 +3,8 @@
 //
 //   gorv-sim [SCENARIO|FOLDER...] [--events FILE] [--trace FILE] [--plot FILE]
 //            [--summary-json FILE] [--perfetto FILE] [--expect FILE [--ignore-log-lines]
-//            [--ignore KIND]...] [--realtime]
+//            [--ignore KIND]...] [--realtime] [--shard I/N] [--junit FILE]
+//            [--quiet]
 //
 // The output options come from OutputTable, one per output.
 //
@@ -33,6 +34,7 @@
 #include "sim/BatchRunner.h"
 #include "sim/ErrorLine.h"
 #include "sim/ExitStatus.h"
+#include "sim/Shard.h"
 #include "sim/output/EventsFormat.h"
 #include "sim/output/OutputTable.h"
 
@@ -63,6 +65,23 @@ CLI::Option* AddOutputOptions(CLI::App& app, ScenarioJob::Outputs& outputs) {
                         "check the events against FILE (an --events file)");
 }
 
+// The shard from --shard or the environment (a usage error when neither is
+// right), and the shard status file touched when the environment names one.
+int SetUpShard(const std::string* option, Shard::Spec* spec) {
+  std::string error;
+  if (!Shard::Choose(option, std::getenv("TEST_TOTAL_SHARDS"), std::getenv("TEST_SHARD_INDEX"),
+                     spec, &error)) {
+    ErrorLine::Print(error);
+    return ExitStatus::kBadInput;
+  }
+  const char* statusFile = std::getenv("TEST_SHARD_STATUS_FILE");
+  if (statusFile != nullptr && !Shard::TouchStatusFile(statusFile, &error)) {
+    ErrorLine::Print(error);
+    return ExitStatus::kNotRun;
+  }
+  return ExitStatus::kDone;
+}
+
 int Run(int argc, char** argv) {
   CLI::App app{"gorv-sim: replays game sessions through libgorv.so in the host framework"};
   BatchRunner::Request request;
@@ -78,6 +97,13 @@ int Run(int argc, char** argv) {
       ->needs(expect);
   app.add_flag("--realtime", request.settings.simulator.realtime,
                "run on real threads and the real clock");
+  std::string shard;
+  CLI::Option* shardOption = app.add_option(
+      "--shard", shard,
+      "run scenario i (in name order) when i mod N is I (default: TEST_TOTAL_SHARDS, "
+      "TEST_SHARD_INDEX)");
+  app.add_option("--junit", request.junit, "write a JUnit XML report to FILE (- stdout)");
+  app.add_flag("--quiet", request.quiet, "no progress line on a terminal");
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
@@ -93,6 +119,8 @@ int Run(int argc, char** argv) {
     request.settings.comparison.ignored.insert(kind);
   }
   if (!CheckStandardStreams()) return ExitStatus::kNotRun;
+  int sharding = SetUpShard(shardOption->count() > 0 ? &shard : nullptr, &request.shard);
+  if (sharding != ExitStatus::kDone) return sharding;
   const char* plugin = std::getenv("GORV_PLUGIN");
   request.settings.simulator.pluginPath = plugin != nullptr ? plugin : GORV_PLUGIN_PATH;
   bool pipeClosed = false;

@@ -1,5 +1,6 @@
 #include "sim/check/ExpectChecker.h"
 
+#include <sstream>
 #include <utility>
 
 #include "sim/check/DiffReport.h"
@@ -25,7 +26,10 @@ void ExpectChecker::Event(const SimEvent& event) {
 void ExpectChecker::End(const RunEnd& /*end*/) {
   EventComparator::Result result =
       EventComparator::Compare(std::move(mExpected), std::move(mRecorded), mOptions);
-  DiffReport::Print(mScenario, mExpectedFile, result, mReport);
+  std::ostringstream report;
+  DiffReport::Print(mScenario, mExpectedFile, result, report);
+  mReportText = report.str();
+  mReport << mReportText;
   mReport.flush();
   mPassed = result.differences.empty();
 }

@@ -26,6 +26,8 @@ class ExpectChecker : public RunSink {
 
   // After End: the run matched the expected events.
   bool passed() const { return mPassed; }
+  // After End: the report as printed.
+  const std::string& report() const { return mReportText; }
 
  private:
   std::vector<SimEvent> mExpected;
@@ -34,5 +36,6 @@ class ExpectChecker : public RunSink {
   std::ostream& mReport;
   std::string mScenario;
   std::vector<SimEvent> mRecorded;
+  std::string mReportText;
   bool mPassed = false;
 };

@@ -1,0 +1,44 @@
+#include "sim/Progress.h"
+
+#include <unistd.h>
+
+Progress::Progress(bool enabled, int64_t delayMs) : mEnabled(enabled), mDelayMs(delayMs) {}
+
+bool Progress::Wanted(bool quiet) { return !quiet && isatty(STDERR_FILENO) == 1; }
+
+std::string Progress::Update(const std::string& text, int64_t nowMs) {
+  if (!mEnabled || nowMs < mDelayMs || (mShown && nowMs - mLastMs < kIntervalMs)) return "";
+  mShown = true;
+  mLastMs = nowMs;
+  return "\r" + text + "\x1b[K";
+}
+
+std::string Progress::Finish() {
+  if (!mShown) return "";
+  mShown = false;
+  return "\r\x1b[K";
+}
+
+namespace {
+
+void WriteError(const std::string& bytes) {
+  for (size_t done = 0; done < bytes.size();) {
+    ssize_t wrote = write(STDERR_FILENO, bytes.data() + done, bytes.size() - done);
+    if (wrote <= 0) return;  // a terminal gone away: the line is not worth an error
+    done += static_cast<size_t>(wrote);
+  }
+}
+
+}  // namespace
+
+void Progress::Show(const std::string& text) {
+  auto elapsed = std::chrono::steady_clock::now() - mStarted;
+  WriteError(Update(text, std::chrono::duration_cast<std::chrono::milliseconds>(elapsed).count()));
+}
+
+void Progress::Clear() { WriteError(Finish()); }
+
+std::string Progress::BatchText(size_t done, size_t total, size_t failed) {
+  return "gorv-sim: " + std::to_string(done) + " of " + std::to_string(total) +
+         " scenarios done, " + std::to_string(failed) + " failed";
+}
