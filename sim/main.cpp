@@ -8,6 +8,10 @@
 //
 // The output options come from OutputTable, one per output.
 //
+// --shard I/N (or TEST_TOTAL_SHARDS and TEST_SHARD_INDEX) runs one shard of
+// a batch (Shard); --junit writes a JUnit XML report (JUnitReport); --quiet
+// hides the progress line a terminal shows (Progress).
+//
 // Without SCENARIO the built-in scenario runs. FILE may be - for standard
 // output, or a folder for files named after each scenario (BatchRunner);
 // the human timeline goes to standard output unless another output or the
@@ -65,6 +69,17 @@ CLI::Option* AddOutputOptions(CLI::App& app, ScenarioJob::Outputs& outputs) {
                         "check the events against FILE (an --events file)");
 }
 
+// --shard (its text to `shard`), --junit and --quiet.
+CLI::Option* AddCorpusOptions(CLI::App& app, BatchRunner::Request* request, std::string* shard) {
+  CLI::Option* option = app.add_option(
+      "--shard", *shard,
+      "run scenario i (in name order) when i mod N is I (default: TEST_TOTAL_SHARDS, "
+      "TEST_SHARD_INDEX)");
+  app.add_option("--junit", request->junit, "write a JUnit XML report to FILE (- stdout)");
+  app.add_flag("--quiet", request->quiet, "no progress line on a terminal");
+  return option;
+}
+
 // The shard from --shard or the environment (a usage error when neither is
 // right), and the shard status file touched when the environment names one.
 int SetUpShard(const std::string* option, Shard::Spec* spec) {
@@ -98,12 +113,7 @@ int Run(int argc, char** argv) {
   app.add_flag("--realtime", request.settings.simulator.realtime,
                "run on real threads and the real clock");
   std::string shard;
-  CLI::Option* shardOption = app.add_option(
-      "--shard", shard,
-      "run scenario i (in name order) when i mod N is I (default: TEST_TOTAL_SHARDS, "
-      "TEST_SHARD_INDEX)");
-  app.add_option("--junit", request.junit, "write a JUnit XML report to FILE (- stdout)");
-  app.add_flag("--quiet", request.quiet, "no progress line on a terminal");
+  CLI::Option* shardOption = AddCorpusOptions(app, &request, &shard);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
