@@ -24,14 +24,16 @@ std::string TableNames(const std::string& out) {
   std::istringstream lines(out.substr(out.find("\nscenario ") + 1));
   std::string line, names;
   std::getline(lines, line);  // the heading
-  while (std::getline(lines, line) && line.find(" scenario(s), exit status ") == std::string::npos) {
+  while (std::getline(lines, line) &&
+         line.find(" scenario(s), exit status ") == std::string::npos) {
     names += line.substr(0, line.find(' ')) + " ";
   }
   return names;
 }
 
 TEST_F(SimulatorCorpusTest, ShardsTogetherRunEveryScenarioOnce) {
-  for (const char* name : {"e", "a", "d", "b", "c"}) Write(std::string("c/") + name + ".scn", kShort);
+  for (const char* name : {"e", "a", "d", "b", "c"})
+    Write(std::string("c/") + name + ".scn", kShort);
   Write("x/f.scn", kShort);
   // Scenario i of a b c d e f goes to shard i mod 3, through the option or
   // the environment (the option wins).
@@ -41,8 +43,10 @@ TEST_F(SimulatorCorpusTest, ShardsTogetherRunEveryScenarioOnce) {
       {"", "c f "},
   };
   for (const auto& [option, names] : shards) {
-    auto run = Sim("c x " + option, "TEST_TOTAL_SHARDS=3 TEST_SHARD_INDEX=2 "
-                                    "TEST_SHARD_STATUS_FILE=" + dir + "/status");
+    auto run = Sim("c x " + option,
+                   "TEST_TOTAL_SHARDS=3 TEST_SHARD_INDEX=2 "
+                   "TEST_SHARD_STATUS_FILE=" +
+                       dir + "/status");
     EXPECT_EQ(run.status, 0) << option;
     EXPECT_EQ(TableNames(run.out), names) << option << run.out;
   }
@@ -57,9 +61,10 @@ TEST_F(SimulatorCorpusTest, ShardsTogetherRunEveryScenarioOnce) {
       {"--shard 3/3", "gorv-sim: --shard 3/3" + accepted},
       {"--shard -1/3", "gorv-sim: --shard -1/3" + accepted},
       {"--shard 1/", "gorv-sim: --shard 1/" + accepted},
-      {"", "gorv-sim: TEST_TOTAL_SHARDS=0 TEST_SHARD_INDEX=(unset): expected both set, "
-           "TEST_TOTAL_SHARDS=N and TEST_SHARD_INDEX=I with N from 1 to 1000000 and I from 0 to "
-           "N-1\n"},
+      {"",
+       "gorv-sim: TEST_TOTAL_SHARDS=0 TEST_SHARD_INDEX=(unset): expected both set, "
+       "TEST_TOTAL_SHARDS=N and TEST_SHARD_INDEX=I with N from 1 to 1000000 and I from 0 to "
+       "N-1\n"},
   };
   for (const auto& [option, message] : refused) {
     auto run = Sim("c " + option, option.empty() ? "TEST_TOTAL_SHARDS=0" : "");
@@ -108,11 +113,12 @@ TEST_F(SimulatorCorpusTest, TheJUnitReportParsesWithOneTestcasePerScenario) {
   EXPECT_EQ(run.status, 2);
   const std::string fffd = "\xef\xbf\xbd";
   EXPECT_EQ(Cases(Read("report.xml")),
-            "a&<\"'>" + fffd + fffd + fffd + "\n"
-            "b:failure:c/b.scn: 5 difference(s) from ev/b.jsonl (0 events match)\n"
-            "c:error:c/c.scn:1: unknown directive 'bogus'; expected property, app, "
-            "ignore, meter, meter-latency, fps, frames, layer, trigger, fault or end\n"
-            "d\n");
+            "a&<\"'>" + fffd + fffd + fffd +
+                "\n"
+                "b:failure:c/b.scn: 5 difference(s) from ev/b.jsonl (0 events match)\n"
+                "c:error:c/c.scn:1: unknown directive 'bogus'; expected property, app, "
+                "ignore, meter, meter-latency, fps, frames, layer, trigger, fault or end\n"
+                "d\n");
 }
 
 // Runs gorv-sim with `arguments` in `dir`, its standard error a pseudo-

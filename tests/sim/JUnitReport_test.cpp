@@ -17,7 +17,8 @@ TEST(JUnitReportTest, EscapesMarkupAndReplacesWhatXmlCannotCarry) {
       {"1\t2\n3\r4", "1\t2\n3&#13;4", "1&#9;2&#10;3&#13;4"},
       {std::string("\0\x1b\x7f", 3), fffd + fffd + "\x7f", fffd + fffd + "\x7f"},
       {"\xc3\xa9\xf0\x9f\x8e\xae", "\xc3\xa9\xf0\x9f\x8e\xae", "\xc3\xa9\xf0\x9f\x8e\xae"},
-      {"\xff\xc3(\xed\xa0\x80", fffd + fffd + "(" + fffd + fffd + fffd, fffd + fffd + "(" + fffd + fffd + fffd},
+      {"\xff\xc3(\xed\xa0\x80", fffd + fffd + "(" + fffd + fffd + fffd,
+       fffd + fffd + "(" + fffd + fffd + fffd},
       {"\xef\xbf\xbe\xef\xbf\xbf\xef\xbf\xbd", fffd + fffd + fffd, fffd + fffd + fffd},
   };
   for (const Row& row : rows) {

@@ -21,7 +21,8 @@ TEST(ProgressTest, DrawsAfterTheDelayAtMostEveryIntervalAndErasesOnlyWhatItShowe
       {1100, "e", "\re\x1b[K"},
       {5000, "f", "\rf\x1b[K"},
   };
-  for (const Row& row : rows) EXPECT_EQ(progress.Update(row.text, row.nowMs), row.written) << row.nowMs;
+  for (const Row& row : rows)
+    EXPECT_EQ(progress.Update(row.text, row.nowMs), row.written) << row.nowMs;
   EXPECT_EQ(progress.Finish(), "\r\x1b[K");
   EXPECT_EQ(progress.Finish(), "");
   EXPECT_EQ(progress.Update("g", 5001), "\rg\x1b[K");  // erased: drawn again at once
