@@ -161,8 +161,9 @@ void PrintTable(const Plan& plan, const std::vector<ScenarioJob::Outcome>& outco
   out << outcomes.size() << " scenario(s), exit status " << status << '\n';
 }
 
-// Leaves the scenarios of `shard` in the plan.
-void KeepShard(const Shard::Spec& shard, Plan* plan) {
+// Leaves the scenarios of `shard` in the plan; false after saying so when
+// none is left.
+bool KeepShard(const Shard::Spec& shard, Plan* plan) {
   Plan kept = *plan;
   kept.scenarios.clear();
   kept.outputs.clear();
@@ -170,7 +171,19 @@ void KeepShard(const Shard::Spec& shard, Plan* plan) {
     kept.scenarios.push_back(plan->scenarios[i]);
     kept.outputs.push_back(plan->outputs[i]);
   }
+  if (kept.scenarios.empty()) {
+    ErrorLine::Print("shard " + std::to_string(shard.index) + "/" + std::to_string(shard.total) +
+                     " runs no scenario: the batch has " + std::to_string(plan->scenarios.size()));
+  }
   *plan = std::move(kept);
+  return !plan->scenarios.empty();
+}
+
+// The report's test cases, none run yet.
+std::vector<JUnitReport::Case> CasesOf(const Plan& plan) {
+  std::vector<JUnitReport::Case> cases;
+  for (const std::string& scenario : plan.scenarios) cases.push_back({Stem(scenario), {}, 0});
+  return cases;
 }
 
 double SecondsSince(std::chrono::steady_clock::time_point start) {
@@ -205,17 +218,10 @@ int Run(const Request& request, bool* pipeClosed) {
     ErrorLine::Print(error);
     return ExitStatus::kNotRun;
   }
-  size_t batch = plan.scenarios.size();
-  KeepShard(request.shard, &plan);
+  bool any = KeepShard(request.shard, &plan);
   auto started = std::chrono::steady_clock::now();
-  std::vector<JUnitReport::Case> cases;
-  for (const std::string& scenario : plan.scenarios) cases.push_back({Stem(scenario), {}, 0});
-  if (plan.scenarios.empty()) {
-    ErrorLine::Print("shard " + std::to_string(request.shard.index) + "/" +
-                     std::to_string(request.shard.total) + " runs no scenario: the batch has " +
-                     std::to_string(batch));
-    return WriteReport(request.junit, cases, started);
-  }
+  std::vector<JUnitReport::Case> cases = CasesOf(plan);
+  if (!any) return WriteReport(request.junit, cases, started);
   std::vector<ScenarioJob::Outcome> outcomes;
   int status = ExitStatus::kDone;
   Progress progress(plan.table && Progress::Wanted(request.quiet), 0);
