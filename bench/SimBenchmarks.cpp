@@ -8,6 +8,8 @@
 //    /dev/null; and with every output (events, trace, plot, summary).
 // Two workloads: a virtual day of a game at 60 fps (432 000 rounds) and
 // 100 000 start and stop triggers.
+// And a batch of four virtual days run by gorv-sim with -j 1 and with -j 2,
+// both in each iteration: the speed-up of running a batch in parallel.
 #include <android-base/properties.h>
 #include <android/log.h>
 #include <benchmark/benchmark.h>
@@ -142,5 +144,35 @@ BENCHMARK(BM_SimOverhead)
     ->Iterations(3)
     ->UseManualTime()
     ->Unit(benchmark::kMillisecond);
+
+// Four virtual days as a batch (a folder), with one job and with two.
+void BM_SimBatchJobs(benchmark::State& state) {
+  std::string folder =
+      (std::filesystem::temp_directory_path() / "gorv-bench-batch-XXXXXX").string();
+  if (mkdtemp(folder.data()) == nullptr) {
+    state.SkipWithError("cannot set up");
+    return;
+  }
+  for (const char* name : {"a", "b", "c", "d"}) {
+    std::ofstream(folder + "/" + name + ".scn") << DayScenario();
+  }
+  std::string batch = std::string(GORV_SIM_PATH) + " " + folder + " >/dev/null -j ";
+  double one = 0, two = 0;
+  for (auto _ : state) {
+    double before = one + two;
+    one += Seconds([&] {
+      if (std::system((batch + "1").c_str()) != 0) state.SkipWithError("gorv-sim -j 1 failed");
+    });
+    two += Seconds([&] {
+      if (std::system((batch + "2").c_str()) != 0) state.SkipWithError("gorv-sim -j 2 failed");
+    });
+    state.SetIterationTime(one + two - before);
+  }
+  std::filesystem::remove_all(folder);
+  state.counters["j1_s"] = benchmark::Counter(one, benchmark::Counter::kAvgIterations);
+  state.counters["j2_s"] = benchmark::Counter(two, benchmark::Counter::kAvgIterations);
+  state.counters["speedup"] = one / two;
+}
+BENCHMARK(BM_SimBatchJobs)->Iterations(3)->UseManualTime()->Unit(benchmark::kMillisecond);
 
 }  // namespace

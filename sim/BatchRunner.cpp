@@ -9,6 +9,7 @@
 #include "sim/ErrorLine.h"
 #include "sim/ExitStatus.h"
 #include "sim/JUnitReport.h"
+#include "sim/ParallelBatch.h"
 #include "sim/Progress.h"
 #include "sim/SimWords.h"
 #include "sim/SystemError.h"
@@ -202,6 +203,48 @@ int WriteReport(const std::string& path, const std::vector<JUnitReport::Case>& c
   return ExitStatus::kNotRun;
 }
 
+// What the scenarios came to.
+struct BatchResult {
+  std::vector<ScenarioJob::Outcome> outcomes;  // in order, each scenario run
+  int status = ExitStatus::kDone;              // the highest; the stopping one's when stopped
+  bool stopped = false;                        // interrupted, or standard output closed
+  bool pipeClosed = false;
+};
+
+// Runs the plan's scenarios, `request.jobs` at once, filling in the
+// report's cases; the progress line counts them.
+BatchResult RunAll(const Plan& plan, const BatchRunner::Request& request,
+                   std::vector<JUnitReport::Case>* cases) {
+  BatchResult result;
+  std::vector<double> seconds(plan.scenarios.size());  // each written by the scenario's task
+  Progress progress(plan.table && Progress::Wanted(request.quiet), 0);
+  size_t failed = 0;
+  progress.Show(Progress::BatchText(0, plan.scenarios.size(), failed));
+  auto task = [&](size_t i) {
+    auto begun = std::chrono::steady_clock::now();
+    ScenarioJob::Outcome outcome =
+        ScenarioJob::Run(plan.scenarios[i], plan.outputs[i], request.settings);
+    seconds[i] = SecondsSince(begun);
+    return outcome;
+  };
+  auto done = [&](size_t i, const ScenarioJob::Outcome& outcome) {
+    (*cases)[i] = {Stem(plan.scenarios[i]), outcome, seconds[i]};
+    result.outcomes.push_back(outcome);
+    failed += outcome.status != ExitStatus::kDone;
+    progress.Show(Progress::BatchText(i + 1, plan.scenarios.size(), failed));
+    // An interrupted run (128+N) or a closed standard output ends the batch.
+    bool stops = outcome.status >= ExitStatus::kBySignal || outcome.pipeClosed;
+    if (!result.stopped)
+      result.status = stops ? outcome.status : std::max(result.status, outcome.status);
+    result.stopped |= stops;
+    result.pipeClosed |= outcome.pipeClosed;
+    return !result.stopped;
+  };
+  ParallelBatch::Run(plan.scenarios.size(), request.jobs, task, done);
+  progress.Clear();
+  return result;
+}
+
 }  // namespace
 
 namespace BatchRunner {
@@ -222,30 +265,16 @@ int Run(const Request& request, bool* pipeClosed) {
   auto started = std::chrono::steady_clock::now();
   std::vector<JUnitReport::Case> cases = CasesOf(plan);
   if (!any) return WriteReport(request.junit, cases, started);
-  std::vector<ScenarioJob::Outcome> outcomes;
-  int status = ExitStatus::kDone;
-  Progress progress(plan.table && Progress::Wanted(request.quiet), 0);
-  size_t failed = 0;
-  for (size_t i = 0; i < plan.scenarios.size(); ++i) {
-    progress.Show(Progress::BatchText(i, plan.scenarios.size(), failed));
-    auto begun = std::chrono::steady_clock::now();
-    outcomes.push_back(ScenarioJob::Run(plan.scenarios[i], plan.outputs[i], request.settings));
-    cases[i] = {Stem(plan.scenarios[i]), outcomes.back(), SecondsSince(begun)};
-    failed += outcomes.back().status != ExitStatus::kDone;
-    *pipeClosed = outcomes.back().pipeClosed;
-    // An interrupted run (128+N) or a closed standard output ends the batch.
-    if (outcomes.back().status >= ExitStatus::kBySignal || *pipeClosed) {
-      progress.Clear();
-      WriteReport(request.junit, cases, started);
-      return outcomes.back().status;
-    }
-    status = std::max(status, outcomes.back().status);
+  BatchResult result = RunAll(plan, request, &cases);
+  *pipeClosed = result.pipeClosed;
+  if (result.stopped) {
+    WriteReport(request.junit, cases, started);
+    return result.status;
   }
-  progress.Clear();
-  status = std::max(status, WriteReport(request.junit, cases, started));
+  int status = std::max(result.status, WriteReport(request.junit, cases, started));
   if (!plan.table) return status;
   std::unique_ptr<OutputFile> out = OutputFile::Open("-", &error);
-  if (out) PrintTable(plan, outcomes, status, out->stream());
+  if (out) PrintTable(plan, result.outcomes, status, out->stream());
   if (!out || !out->Close(&error)) {
     *pipeClosed = out && out->PipeClosed();
     if (!*pipeClosed) ErrorLine::Print(error);

@@ -2,10 +2,11 @@
 // file, or several (files and folders; a folder stands for its *.scn files
 // in name order).
 //
-// Each scenario runs in turn, each in a child process of its own
-// (ScenarioJob, ChildRun), so every run starts from a fresh plug-in and
-// platform. One at a time: the outputs and the timelines on standard output
-// come in the order given, as they happen. With several scenarios, or a
+// Each scenario runs in a child process of its own (ScenarioJob,
+// ChildRun), so every run starts from a fresh plug-in and platform; `jobs`
+// of them at once (ParallelBatch). The timelines and errors come in the
+// order given, each whole: with one job as they happen, with more as each
+// scenario and every earlier one are done. With several scenarios, or a
 // folder, a closing table follows: per scenario its status, target
 // changes, lock time and check.
 //
@@ -35,6 +36,7 @@ struct Request {
   Shard::Spec shard;   // the part of the batch to run: scenario i when i mod total is index
   std::string junit;   // the JUnit XML report's file; "" none
   bool quiet = false;  // no progress line even on a terminal
+  unsigned jobs = 1;   // scenarios run at once (ParallelBatch)
 };
 
 // Returns the exit status: the highest of the runs' (0 all done and

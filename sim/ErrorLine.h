@@ -5,6 +5,7 @@
 // text already escaped where it was made stays as it is.
 #pragma once
 
+#include <ostream>
 #include <string>
 #include <string_view>
 
@@ -12,7 +13,11 @@ namespace ErrorLine {
 
 // "gorv-sim: " + the escaped text + "\n".
 std::string Text(std::string_view message);
-// Writes Text(message) to standard error. Main thread.
+// Writes Text(message) to standard error. Any thread; on a thread whose
+// standard output is held (HeldOutput), to the held error lines.
 void Print(std::string_view message);
+// The calling thread's standard error: std::cerr (main thread), or the
+// held error lines.
+std::ostream& Stream();
 
 }  // namespace ErrorLine

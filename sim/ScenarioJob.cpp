@@ -1,6 +1,5 @@
 #include "sim/ScenarioJob.h"
 
-#include <iostream>
 #include <memory>
 #include <vector>
 
@@ -152,7 +151,7 @@ bool OpenAll(const Scenario& scenario, const ScenarioJob::Outputs& paths,
       return std::make_unique<TimelinePrinter>(out);
     });
   }
-  std::ostream* report = stdoutTaken ? &std::cerr : outputs->OpenFile("-");
+  std::ostream* report = stdoutTaken ? &ErrorLine::Stream() : outputs->OpenFile("-");
   if (report == nullptr) return false;
   auto check =
       std::make_unique<ExpectChecker>(std::move(expected), paths.expect, comparison, *report);
@@ -164,13 +163,14 @@ bool OpenAll(const Scenario& scenario, const ScenarioJob::Outputs& paths,
 int StatusOf(const ChildRun::Result& run, bool written, bool passed) {
   switch (run.outcome) {
     case ChildRun::Outcome::Failed:
-      std::cerr << "gorv-sim: " << run.message << "\n";
+      ErrorLine::Stream() << "gorv-sim: " << run.message << "\n";
       return ExitStatus::kNotRun;
     case ChildRun::Outcome::Aborted:
-      std::cerr << "gorv-sim: " << run.message << "\n";
+      ErrorLine::Stream() << "gorv-sim: " << run.message << "\n";
       return ExitStatus::kPluginEnded;
     case ChildRun::Outcome::Interrupted:
-      std::cerr << "gorv-sim: " << run.message << "; the outputs hold the run up to then\n";
+      ErrorLine::Stream() << "gorv-sim: " << run.message
+                          << "; the outputs hold the run up to then\n";
       return ExitStatus::kBySignal + run.signal;
     default:
       return written && passed ? ExitStatus::kDone : ExitStatus::kNotRun;

@@ -4,13 +4,14 @@
 //   gorv-sim [SCENARIO|FOLDER...] [--events FILE] [--trace FILE] [--plot FILE]
 //            [--summary-json FILE] [--perfetto FILE] [--expect FILE [--ignore-log-lines]
 //            [--ignore KIND]...] [--realtime] [--shard I/N] [--junit FILE]
-//            [--quiet]
+//            [--quiet] [-j N]
 //
 // The output options come from OutputTable, one per output.
 //
 // --shard I/N (or TEST_TOTAL_SHARDS and TEST_SHARD_INDEX) runs one shard of
 // a batch (Shard); --junit writes a JUnit XML report (JUnitReport); --quiet
-// hides the progress line a terminal shows (Progress).
+// hides the progress line a terminal shows (Progress); -j N runs N
+// scenarios of a batch at once, one per core by default (ParallelBatch).
 //
 // Without SCENARIO the built-in scenario runs. FILE may be - for standard
 // output, or a folder for files named after each scenario (BatchRunner);
@@ -38,6 +39,7 @@
 #include "sim/BatchRunner.h"
 #include "sim/ErrorLine.h"
 #include "sim/ExitStatus.h"
+#include "sim/ParallelBatch.h"
 #include "sim/Shard.h"
 #include "sim/output/EventsFormat.h"
 #include "sim/output/OutputTable.h"
@@ -69,7 +71,7 @@ CLI::Option* AddOutputOptions(CLI::App& app, ScenarioJob::Outputs& outputs) {
                         "check the events against FILE (an --events file)");
 }
 
-// --shard (its text to `shard`), --junit and --quiet.
+// --shard (its text to `shard`), --junit, --quiet and --jobs.
 CLI::Option* AddCorpusOptions(CLI::App& app, BatchRunner::Request* request, std::string* shard) {
   CLI::Option* option = app.add_option(
       "--shard", *shard,
@@ -77,6 +79,10 @@ CLI::Option* AddCorpusOptions(CLI::App& app, BatchRunner::Request* request, std:
       "TEST_SHARD_INDEX)");
   app.add_option("--junit", request->junit, "write a JUnit XML report to FILE (- stdout)");
   app.add_flag("--quiet", request->quiet, "no progress line on a terminal");
+  request->jobs = ParallelBatch::DefaultJobs();
+  app.add_option("-j,--jobs", request->jobs,
+                 "run N scenarios of a batch at once (default: one per core)")
+      ->check(CLI::Range(1u, 1000u));
   return option;
 }
 

@@ -8,6 +8,7 @@
 
 #include "sim/SystemError.h"
 #include "sim/TextEscape.h"
+#include "sim/output/HeldOutput.h"
 
 namespace {
 
@@ -58,17 +59,24 @@ std::streamsize OutputFile::Buffer::xsputn(const char* data, std::streamsize siz
 }
 
 std::unique_ptr<OutputFile> OutputFile::Open(const std::string& path, std::string* error) {
-  int fd = path == "-" ? STDOUT_FILENO
-                       : open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+  // A thread whose standard output is held writes "-" to the held file.
+  HeldOutput* held = path == "-" ? HeldOutput::Current() : nullptr;
+  int fd = held != nullptr ? held->NewDescriptor()
+           : path == "-"   ? STDOUT_FILENO
+                           : open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
   if (fd < 0) {
     *error = "cannot write " + NameOf(path) + ": " + SystemError::Text(errno);
     return nullptr;
   }
-  return std::unique_ptr<OutputFile>(new OutputFile(path, fd));
+  return std::unique_ptr<OutputFile>(new OutputFile(path, fd, held));
 }
 
-OutputFile::OutputFile(std::string path, int fd)
-    : mPath(std::move(path)), mBuffer(fd), mStream(&mBuffer) {}
+OutputFile::OutputFile(std::string path, int fd, const HeldOutput* held)
+    : mPath(std::move(path)), mHeld(held), mBuffer(fd), mStream(&mBuffer) {}
+
+bool OutputFile::PipeClosed() const {
+  return mBuffer.failure() == EPIPE || (mHeld != nullptr && mHeld->StdoutClosed());
+}
 
 OutputFile::~OutputFile() {
   std::string ignored;

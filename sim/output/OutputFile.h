@@ -2,13 +2,17 @@
 // through a stream whose first failed write is remembered with its reason,
 // so that no output is lost silently: disk full, a closed standard output,
 // an I/O error. A write to a closed pipe (piping into head) is remembered
-// as such, for the caller to end the run quietly. Single-threaded.
+// as such, for the caller to end the run quietly. On a thread whose
+// standard output is held (HeldOutput), "-" is the held file, and standard
+// output closing later counts as a closed pipe. Single-threaded.
 #pragma once
 
 #include <memory>
 #include <ostream>
 #include <streambuf>
 #include <string>
+
+class HeldOutput;
 
 class OutputFile {
  public:
@@ -23,8 +27,8 @@ class OutputFile {
   // Flushes and closes (standard output stays open, flushed). False and
   // `error` set when any write failed, or the close did.
   bool Close(std::string* error);
-  // A write met a closed pipe.
-  bool PipeClosed() const { return mBuffer.failure() == EPIPE; }
+  // A write met a closed pipe (or the held standard output's did).
+  bool PipeClosed() const;
 
  private:
   // Buffers writes to a descriptor; the first failure's errno is kept and
@@ -47,8 +51,9 @@ class OutputFile {
     char mData[1 << 16];
   };
 
-  OutputFile(std::string path, int fd);
+  OutputFile(std::string path, int fd, const HeldOutput* held);
   std::string mPath;
+  const HeldOutput* mHeld;  // "-" on a thread whose standard output is held; else null
   Buffer mBuffer;
   std::ostream mStream;
   bool mClosed = false;

@@ -1,6 +1,7 @@
 // gorv-sim over a corpus: shards that together run every scenario once, the
-// JUnit report read back by a real XML parser, and the progress line that
-// only a terminal sees.
+// JUnit report read back by a real XML parser, the progress line that only
+// a terminal sees, and a batch run in parallel that reads as one run in
+// turn.
 #include <libxml/parser.h>
 #include <libxml/tree.h>
 #include <pty.h>
@@ -147,6 +148,39 @@ TEST_F(SimulatorCorpusTest, ProgressOnlyOnATerminalAndNotWhenQuiet) {
   EXPECT_EQ(shown.substr(shown.size() - 4), "\r\x1b[K") << shown;
   EXPECT_EQ(OnTerminal(dir, "c --quiet"), "");
   EXPECT_EQ(Sim("c").err, "");
+}
+
+TEST_F(SimulatorCorpusTest, JobsKeepEachScenarioWholeInOrderWithTheSameTable) {
+  // a plays 20 virtual minutes, so that b is done long before; c is bad
+  // input, d ends the plug-in, e fails its check, f passes it.
+  std::string longer = kSession;
+  longer.replace(longer.find("trigger 5000"), std::string::npos, "end 1200000\n");
+  Write("c/a.scn", longer);
+  Write("c/b.scn", kSession);
+  Write("c/c.scn", "bogus\n");
+  Write("c/d.scn", kAborting);
+  Write("c/e.scn", kSession);
+  Write("c/f.scn", kShort);
+  ASSERT_EQ(Sim("c --events ev/ -j 1").status, 3);
+  Write("ev/e.jsonl", "");
+  // The timelines on standard output, then only the checks' reports.
+  for (const char* check : {"", " --expect ev/"}) {
+    auto one = Sim(std::string("c -j 1 --junit one.xml") + check);
+    EXPECT_EQ(one.status, 3) << check;
+    EXPECT_EQ(TableNames(one.out), "a b c d e f ") << check;
+    for (const char* jobs : {" -j 2", " --jobs 6"}) {
+      auto many = Sim(std::string("c --junit many.xml") + check + jobs);
+      EXPECT_EQ(many.status, one.status) << check << jobs;
+      EXPECT_EQ(many.out, one.out) << check << jobs;
+      EXPECT_EQ(many.err, one.err) << check << jobs;
+      EXPECT_EQ(Cases(Read("many.xml")), Cases(Read("one.xml"))) << check << jobs;
+    }
+  }
+  auto none = Sim("c -j 0");
+  EXPECT_EQ(none.status, 2);
+  EXPECT_EQ(none.out, "");
+  EXPECT_EQ(none.err,
+            "--jobs: Value 0 not in range 1 to 1000\nRun with --help for more information.\n");
 }
 
 }  // namespace

@@ -1,0 +1,132 @@
+#include "sim/ParallelBatch.h"
+
+#include <algorithm>
+#include <atomic>
+#include <condition_variable>
+#include <exception>
+#include <memory>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "sim/ErrorLine.h"
+#include "sim/ExitStatus.h"
+#include "sim/output/HeldOutput.h"
+
+namespace {
+
+// One scenario's place in the batch.
+struct Slot {
+  bool done = false;
+  ScenarioJob::Outcome outcome;
+  std::unique_ptr<HeldOutput> held;
+};
+
+// The scenarios shared by the workers and the calling thread, which writes
+// them out in order.
+class Batch {
+ public:
+  Batch(size_t count, const ParallelBatch::Task& task) : mTask(task), mSlots(count) {}
+
+  // A worker: runs the next scenario until none is left or the batch ends.
+  void Work() {
+    for (;;) {
+      size_t index = 0;
+      {
+        std::lock_guard<std::mutex> lock(mMutex);
+        if (mStopped || mNext == mSlots.size()) return;
+        index = mNext++;
+      }
+      auto held = std::make_unique<HeldOutput>(mStdoutClosed);
+      ScenarioJob::Outcome outcome = RunHeld(index, *held);
+      {
+        std::lock_guard<std::mutex> lock(mMutex);
+        mSlots[index] = {true, std::move(outcome), std::move(held)};
+      }
+      mChanged.notify_all();
+    }
+  }
+
+  // Writes out each scenario as soon as it and every earlier one are done,
+  // and tells `done`; until the batch ends and the scenarios started are
+  // all told.
+  void WriteOutInOrder(const ParallelBatch::Done& done) {
+    for (size_t index = 0; index < mSlots.size(); ++index) {
+      Slot slot;
+      {
+        std::unique_lock<std::mutex> lock(mMutex);
+        mChanged.wait(lock, [&] { return mSlots[index].done || (mStopped && index >= mNext); });
+        if (!mSlots[index].done) return;
+        slot = std::move(mSlots[index]);
+      }
+      WriteOut(*slot.held, &slot.outcome);
+      if (!done(index, slot.outcome)) Stop();
+    }
+  }
+
+ private:
+  // The task with this thread's standard output held; an exception (out
+  // of memory) is that scenario's failure.
+  ScenarioJob::Outcome RunHeld(size_t index, HeldOutput& held) {
+    HeldOutput::Scope scope(held);
+    try {
+      return mTask(index);
+    } catch (const std::exception& e) {
+      ErrorLine::Print(e.what());
+      ScenarioJob::Outcome outcome;
+      outcome.status = ExitStatus::kNotRun;
+      outcome.error = e.what();
+      return outcome;
+    }
+  }
+
+  void WriteOut(HeldOutput& held, ScenarioJob::Outcome* outcome) {
+    bool pipeClosed = false;
+    std::string error;
+    if (held.WriteOut(&pipeClosed, &error)) return;
+    if (pipeClosed) {
+      mStdoutClosed = true;
+      outcome->pipeClosed = true;
+      return;
+    }
+    ErrorLine::Print(error);
+    outcome->written = false;
+    outcome->status = std::max(outcome->status, static_cast<int>(ExitStatus::kNotRun));
+    outcome->error = error;
+  }
+
+  void Stop() {
+    std::lock_guard<std::mutex> lock(mMutex);
+    mStopped = true;
+  }
+
+  const ParallelBatch::Task& mTask;
+  std::atomic<bool> mStdoutClosed{false};
+  std::mutex mMutex;
+  std::condition_variable mChanged;
+  std::vector<Slot> mSlots;  // guarded by mMutex until handed to the calling thread
+  size_t mNext = 0;          // the next scenario to start; guarded by mMutex
+  bool mStopped = false;     // no further scenario starts; guarded by mMutex
+};
+
+}  // namespace
+
+namespace ParallelBatch {
+
+unsigned DefaultJobs() { return std::max(1u, std::thread::hardware_concurrency()); }
+
+void Run(size_t count, unsigned jobs, const Task& task, const Done& done) {
+  size_t threads = std::min<size_t>(jobs, count);
+  if (threads <= 1) {
+    for (size_t index = 0; index < count && done(index, task(index)); ++index) {
+    }
+    return;
+  }
+  Batch batch(count, task);
+  std::vector<std::thread> workers;
+  for (size_t i = 0; i < threads; ++i) workers.emplace_back([&batch] { batch.Work(); });
+  batch.WriteOutInOrder(done);
+  for (std::thread& worker : workers) worker.join();
+}
+
+}  // namespace ParallelBatch
