@@ -8,6 +8,8 @@
 #include "sim/ExitStatus.h"
 #include "sim/output/OutputFile.h"
 #include "sim/output/TimelinePrinter.h"
+#include "sim/run/Interrupts.h"
+#include "sim/run/StopReport.h"
 
 namespace {
 
@@ -104,10 +106,15 @@ bool CreateFolders(const ScenarioJob::Outputs& options, std::string* error) {
   return true;
 }
 
-std::string StatusText(const ScenarioJob::Outcome& outcome) {
-  if (outcome.status == ExitStatus::kPluginEnded) return "plug-in ended";
-  if (!outcome.ran) return outcome.status == ExitStatus::kBadInput ? "bad input" : "failed";
-  return outcome.written ? "ok" : "write failed";
+// A signal caught between two runs ends the batch: its exit status after
+// saying so, or 0 when none came.
+int Interrupted() {
+  int signal = Interrupts::Caught();
+  if (signal == 0) return 0;
+  StopReport::Words words =
+      StopReport::Report(StopReport::Of(StopReport::Kind::Interrupted, signal));
+  std::cerr << words.errorLine;
+  return words.status;
 }
 
 std::string CheckText(ScenarioJob::Check check) {
@@ -142,7 +149,7 @@ void PrintTable(const Plan& plan, const std::vector<ScenarioJob::Outcome>& outco
     const ScenarioJob::Outcome& outcome = outcomes[i];
     std::string changes = outcome.ran ? std::to_string(outcome.targetChanges) : "-";
     std::string lock = outcome.ran ? TimelinePrinter::TimeColumn(outcome.lockHeldMs) : "-";
-    out << Padded(Stem(plan.scenarios[i]), width) << "  " << Padded(StatusText(outcome), 13) << "  "
+    out << Padded(Stem(plan.scenarios[i]), width) << "  " << Padded(outcome.word, 13) << "  "
         << RightAligned(changes, 14) << "  " << RightAligned(lock, 13) << "  "
         << CheckText(outcome.check) << '\n';
   }
@@ -162,6 +169,7 @@ int BatchRunner::Run(const Request& request, bool* pipeClosed) {
   std::vector<ScenarioJob::Outcome> outcomes;
   int status = ExitStatus::kDone;
   for (size_t i = 0; i < plan.scenarios.size(); ++i) {
+    if (int stopped = Interrupted(); stopped != 0) return stopped;
     outcomes.push_back(ScenarioJob::Run(plan.scenarios[i], plan.outputs[i], request.settings));
     *pipeClosed = outcomes.back().pipeClosed;
     // An interrupted run (128+N) or a closed standard output ends the batch.
@@ -169,6 +177,7 @@ int BatchRunner::Run(const Request& request, bool* pipeClosed) {
       return outcomes.back().status;
     status = std::max(status, outcomes.back().status);
   }
+  if (int stopped = Interrupted(); stopped != 0) return stopped;
   if (!plan.table) return status;
   std::unique_ptr<OutputFile> out = OutputFile::Open("-", &error);
   if (out) PrintTable(plan, outcomes, status, out->stream());

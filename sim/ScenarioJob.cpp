@@ -4,7 +4,6 @@
 #include <memory>
 #include <vector>
 
-#include "sim/ExitStatus.h"
 #include "sim/check/ExpectChecker.h"
 #include "sim/input/ScenarioParser.h"
 #include "sim/output/ChromeTraceWriter.h"
@@ -124,20 +123,13 @@ bool OpenAll(const Scenario& scenario, const ScenarioJob::Outputs& paths,
   return true;
 }
 
-int StatusOf(const ChildRun::Result& run, bool written, bool passed) {
-  switch (run.outcome) {
-    case ChildRun::Outcome::Failed:
-      std::cerr << "gorv-sim: " << run.message << "\n";
-      return ExitStatus::kNotRun;
-    case ChildRun::Outcome::Aborted:
-      std::cerr << "gorv-sim: " << run.message << "\n";
-      return ExitStatus::kPluginEnded;
-    case ChildRun::Outcome::Interrupted:
-      std::cerr << "gorv-sim: " << run.message << "; the outputs hold the run up to then\n";
-      return ExitStatus::kBySignal + run.signal;
-    default:
-      return written && passed ? ExitStatus::kDone : ExitStatus::kNotRun;
-  }
+// Says how the run ended (standard error) and sets the status and the word
+// for a batch's table.
+void Conclude(const StopReport::Facts& facts, ScenarioJob::Outcome* outcome) {
+  StopReport::Words words = StopReport::Report(facts);
+  std::cerr << words.errorLine;
+  outcome->status = words.status;
+  outcome->word = words.tableWord;
 }
 
 }  // namespace
@@ -151,14 +143,13 @@ ScenarioJob::Outcome ScenarioJob::Run(const std::string& scenarioPath, const Out
   if (!ParseScenario(scenarioPath, &scenario, &error) ||
       (!paths.expect.empty() && !EventLog::Load(paths.expect, &expected, &error))) {
     std::cerr << "gorv-sim: " << error << "\n";
-    outcome.status = ExitStatus::kBadInput;
+    Conclude(StopReport::Of(StopReport::Kind::BadInput), &outcome);
     return outcome;
   }
   // Before anything is written: the plug-in's nodes must have a place.
   std::unique_ptr<PrivateSysfs> sysfs = PrivateSysfs::Make(&error);
   if (!sysfs) {
-    std::cerr << "gorv-sim: " << error << "\n";
-    outcome.status = ExitStatus::kNotRun;
+    Conclude(StopReport::Of(StopReport::Kind::Failed, 0, error), &outcome);
     return outcome;
   }
   OpenOutputs outputs;
@@ -166,21 +157,22 @@ ScenarioJob::Outcome ScenarioJob::Run(const std::string& scenarioPath, const Out
   Tally tally;
   outputs.sinks.Add(&tally);
   if (!OpenAll(scenario, paths, std::move(expected), settings.comparison, &outputs, &checker)) {
-    outcome.status = ExitStatus::kNotRun;
+    Conclude(StopReport::Of(StopReport::Kind::Failed), &outcome);
     return outcome;
   }
-  ChildRun::Result run = ChildRun::Run(scenario, settings.simulator, *sysfs, outputs.sinks,
-                                       [&outputs] { return outputs.PipeClosed(); });
+  StopReport::Facts run = ChildRun::Run(scenario, settings.simulator, *sysfs, outputs.sinks,
+                                        [&outputs] { return outputs.PipeClosed(); });
   outcome.written = outputs.Close();
-  outcome.pipeClosed = run.outcome == ChildRun::Outcome::Abandoned || outputs.PipeClosed();
-  outcome.ran = run.outcome != ChildRun::Outcome::Failed;
+  outcome.pipeClosed = run.kind == StopReport::Kind::OutputClosed || outputs.PipeClosed();
+  outcome.ran = run.kind != StopReport::Kind::Failed;
   if (checker != nullptr && outcome.ran) {
     outcome.check = checker->passed() ? Check::Pass : Check::Fail;
   }
   outcome.targetChanges = tally.summary.targetChanges();
   outcome.lockHeldMs = tally.summary.lockHeldMs();
-  outcome.status = outcome.pipeClosed
-                       ? ExitStatus::kNotRun
-                       : StatusOf(run, outcome.written, outcome.check != Check::Fail);
+  run.written = outcome.written;
+  run.checkFailed = outcome.check == Check::Fail;
+  if (outcome.pipeClosed) run.kind = StopReport::Kind::OutputClosed;
+  Conclude(run, &outcome);
   return outcome;
 }

@@ -14,9 +14,11 @@
 // plug-in could not be run, an output could not be written, or the events
 // differ from the expected ones; 2 bad usage or bad input (that scenario
 // does not run); 3 the plug-in ended its process (one line on standard
-// error says when and how); 128+N interrupted by signal N (SIGINT,
-// SIGTERM), which ends a batch. A closed pipe on an output ends the run
-// quietly, as SIGPIPE ends other tools.
+// error says when and how); 128+N interrupted by signal N (any signal that
+// would end the program: SIGINT, SIGTERM, SIGHUP, ...; the run stops where
+// it is, every output is written and the private folder removed), which
+// ends a batch. A closed pipe on an output ends the run quietly, as SIGPIPE
+// ends other tools.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -31,6 +33,7 @@
 #include "sim/BatchRunner.h"
 #include "sim/ExitStatus.h"
 #include "sim/output/EventLog.h"
+#include "sim/run/Interrupts.h"
 
 namespace {
 
@@ -100,6 +103,8 @@ int Run(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  // Signals become a note every run and output looks at (Interrupts).
+  Interrupts::Install();
   // Out of memory in the simulator itself is reported like any other
   // failure to run.
   try {
