@@ -14,6 +14,8 @@
 #include "sim/SystemError.h"
 #include "sim/TextEscape.h"
 #include "sim/output/OutputFile.h"
+#include "sim/run/Interrupts.h"
+#include "sim/run/StopReport.h"
 
 namespace {
 
@@ -119,10 +121,15 @@ bool CreateFolders(const ScenarioJob::Outputs& options, std::string* error) {
   return true;
 }
 
-std::string StatusText(const ScenarioJob::Outcome& outcome) {
-  if (outcome.status == ExitStatus::kPluginEnded) return "plug-in ended";
-  if (!outcome.ran) return outcome.status == ExitStatus::kBadInput ? "bad input" : "failed";
-  return outcome.written ? "ok" : "write failed";
+// A signal caught between two runs ends the batch: its exit status after
+// saying so, or 0 when none came.
+int Interrupted() {
+  int signal = Interrupts::Caught();
+  if (signal == 0) return 0;
+  StopReport::Words words =
+      StopReport::Report(StopReport::Of(StopReport::Kind::Interrupted, signal));
+  if (!words.message.empty()) ErrorLine::Print(words.message);
+  return words.status;
 }
 
 std::string CheckText(ScenarioJob::Check check) {
@@ -154,7 +161,7 @@ void PrintTable(const Plan& plan, const std::vector<ScenarioJob::Outcome>& outco
     const ScenarioJob::Outcome& outcome = outcomes[i];
     std::string changes = outcome.ran ? std::to_string(outcome.targetChanges) : "-";
     std::string lock = outcome.ran ? SimWords::TimeColumn(outcome.lockHeldMs) : "-";
-    out << Padded(names[i], width) << "  " << Padded(StatusText(outcome), 13) << "  "
+    out << Padded(names[i], width) << "  " << Padded(outcome.word, 13) << "  "
         << RightAligned(changes, 14) << "  " << RightAligned(lock, 13) << "  "
         << CheckText(outcome.check) << '\n';
   }
@@ -227,6 +234,11 @@ int Run(const Request& request, bool* pipeClosed) {
   Progress progress(plan.table && Progress::Wanted(request.quiet), 0);
   size_t failed = 0;
   for (size_t i = 0; i < plan.scenarios.size(); ++i) {
+    if (int stopped = Interrupted(); stopped != 0) {
+      progress.Clear();
+      WriteReport(request.junit, cases, started);
+      return stopped;
+    }
     progress.Show(Progress::BatchText(i, plan.scenarios.size(), failed));
     auto begun = std::chrono::steady_clock::now();
     outcomes.push_back(ScenarioJob::Run(plan.scenarios[i], plan.outputs[i], request.settings));
@@ -243,6 +255,7 @@ int Run(const Request& request, bool* pipeClosed) {
   }
   progress.Clear();
   status = std::max(status, WriteReport(request.junit, cases, started));
+  if (int stopped = Interrupted(); stopped != 0) return stopped;
   if (!plan.table) return status;
   std::unique_ptr<OutputFile> out = OutputFile::Open("-", &error);
   if (out) PrintTable(plan, outcomes, status, out->stream());
