@@ -8,7 +8,7 @@
 #include <fstream>
 #include <string>
 
-#include "perfetto_frametimeline.pb.h"
+#include "perfetto_trace.pb.h"
 #include "sim/input/CaptureFormats.h"
 #include "sim/input/ScenarioParser.h"
 #include "sim/run/Simulator.h"

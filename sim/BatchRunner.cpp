@@ -15,6 +15,8 @@
 #include "sim/SystemError.h"
 #include "sim/TextEscape.h"
 #include "sim/output/OutputFile.h"
+#include "sim/run/Interrupts.h"
+#include "sim/run/StopReport.h"
 
 namespace {
 
@@ -120,10 +122,15 @@ bool CreateFolders(const ScenarioJob::Outputs& options, std::string* error) {
   return true;
 }
 
-std::string StatusText(const ScenarioJob::Outcome& outcome) {
-  if (outcome.status == ExitStatus::kPluginEnded) return "plug-in ended";
-  if (!outcome.ran) return outcome.status == ExitStatus::kBadInput ? "bad input" : "failed";
-  return outcome.written ? "ok" : "write failed";
+// A signal caught between two runs ends the batch: its exit status after
+// saying so, or 0 when none came.
+int Interrupted() {
+  int signal = Interrupts::Caught();
+  if (signal == 0) return 0;
+  StopReport::Words words =
+      StopReport::Report(StopReport::Of(StopReport::Kind::Interrupted, signal));
+  if (!words.message.empty()) ErrorLine::Print(words.message);
+  return words.status;
 }
 
 std::string CheckText(ScenarioJob::Check check) {
@@ -155,7 +162,7 @@ void PrintTable(const Plan& plan, const std::vector<ScenarioJob::Outcome>& outco
     const ScenarioJob::Outcome& outcome = outcomes[i];
     std::string changes = outcome.ran ? std::to_string(outcome.targetChanges) : "-";
     std::string lock = outcome.ran ? SimWords::TimeColumn(outcome.lockHeldMs) : "-";
-    out << Padded(names[i], width) << "  " << Padded(StatusText(outcome), 13) << "  "
+    out << Padded(names[i], width) << "  " << Padded(outcome.word, 13) << "  "
         << RightAligned(changes, 14) << "  " << RightAligned(lock, 13) << "  "
         << CheckText(outcome.check) << '\n';
   }
@@ -267,6 +274,10 @@ int Run(const Request& request, bool* pipeClosed) {
   if (!any) return WriteReport(request.junit, cases, started);
   BatchResult result = RunAll(plan, request, &cases);
   *pipeClosed = result.pipeClosed;
+  // A signal caught when no run was there to stop still ends the batch.
+  if (int stopped = result.stopped ? 0 : Interrupted(); stopped != 0) {
+    result = {{}, stopped, true, false};
+  }
   if (result.stopped) {
     WriteReport(request.junit, cases, started);
     return result.status;

@@ -3,13 +3,13 @@
 // own.
 #pragma once
 
-struct ExitStatus {
-  static constexpr int kDone = 0;  // ran, every output written (and matched)
-  // The plug-in could not be run, an output could not be written, or the
-  // events differ from the expected ones.
-  static constexpr int kNotRun = 1;
-  static constexpr int kBadInput = 2;     // bad usage, scenario or expected file
-  static constexpr int kPluginEnded = 3;  // the plug-in ended its process
-  // Interrupted by signal N: kBySignal + N.
-  static constexpr int kBySignal = 128;
-};
+namespace ExitStatus {
+inline constexpr int kDone = 0;  // ran, every output written (and matched)
+// The plug-in could not be run, an output could not be written, or the
+// events differ from the expected ones.
+inline constexpr int kNotRun = 1;
+inline constexpr int kBadInput = 2;     // bad usage, scenario or expected file
+inline constexpr int kPluginEnded = 3;  // the plug-in ended its process
+// Interrupted by signal N: kBySignal + N.
+inline constexpr int kBySignal = 128;
+}  // namespace ExitStatus

@@ -12,6 +12,7 @@
 #include "sim/ErrorLine.h"
 #include "sim/ExitStatus.h"
 #include "sim/output/HeldOutput.h"
+#include "sim/run/Interrupts.h"
 
 namespace {
 
@@ -30,13 +31,7 @@ class Batch {
 
   // A worker: runs the next scenario until none is left or the batch ends.
   void Work() {
-    for (;;) {
-      size_t index = 0;
-      {
-        std::lock_guard<std::mutex> lock(mMutex);
-        if (mStopped || mNext == mSlots.size()) return;
-        index = mNext++;
-      }
+    for (size_t index = 0; Take(&index);) {
       auto held = std::make_unique<HeldOutput>(mStdoutClosed);
       ScenarioJob::Outcome outcome = RunHeld(index, *held);
       {
@@ -45,6 +40,8 @@ class Batch {
       }
       mChanged.notify_all();
     }
+    // The calling thread may wait for a scenario that will not start now.
+    mChanged.notify_all();
   }
 
   // Writes out each scenario as soon as it and every earlier one are done,
@@ -55,7 +52,7 @@ class Batch {
       Slot slot;
       {
         std::unique_lock<std::mutex> lock(mMutex);
-        mChanged.wait(lock, [&] { return mSlots[index].done || (mStopped && index >= mNext); });
+        mChanged.wait(lock, [&] { return mSlots[index].done || (Ended() && index >= mNext); });
         if (!mSlots[index].done) return;
         slot = std::move(mSlots[index]);
       }
@@ -95,6 +92,18 @@ class Batch {
     outcome->error = error;
   }
 
+  // Sets `index` to the next scenario to run; false when none is left or
+  // the batch has ended.
+  bool Take(size_t* index) {
+    std::lock_guard<std::mutex> lock(mMutex);
+    if (Ended() || mNext == mSlots.size()) return false;
+    *index = mNext++;
+    return true;
+  }
+
+  // No further scenario starts. Guarded by mMutex.
+  bool Ended() const { return mStopped || Interrupts::Caught() != 0; }
+
   void Stop() {
     std::lock_guard<std::mutex> lock(mMutex);
     mStopped = true;
@@ -118,7 +127,8 @@ unsigned DefaultJobs() { return std::max(1u, std::thread::hardware_concurrency()
 void Run(size_t count, unsigned jobs, const Task& task, const Done& done) {
   size_t threads = std::min<size_t>(jobs, count);
   if (threads <= 1) {
-    for (size_t index = 0; index < count && done(index, task(index)); ++index) {
+    for (size_t index = 0; index < count && Interrupts::Caught() == 0; ++index) {
+      if (!done(index, task(index))) return;
     }
     return;
   }

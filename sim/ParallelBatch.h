@@ -7,9 +7,10 @@
 // With one job (or one scenario) the scenarios run one after another on
 // the calling thread, writing straight to standard output and error.
 //
-// A batch ends early when `done` says so: no further scenario starts, the
-// ones running finish (an interrupt reaches each; standard output closing
-// makes each give up as on a closed pipe), and theirs are handed back too.
+// A batch ends early when `done` says so or a signal is caught
+// (Interrupts): no further scenario starts, the ones running finish (a
+// signal stops each; standard output closing makes each give up as on a
+// closed pipe), and theirs are handed back too.
 #pragma once
 
 #include <cstddef>

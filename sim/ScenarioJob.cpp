@@ -4,7 +4,6 @@
 #include <vector>
 
 #include "sim/ErrorLine.h"
-#include "sim/ExitStatus.h"
 #include "sim/check/ExpectChecker.h"
 #include "sim/input/ScenarioParser.h"
 #include "sim/output/EventLog.h"
@@ -160,21 +159,16 @@ bool OpenAll(const Scenario& scenario, const ScenarioJob::Outputs& paths,
   return true;
 }
 
-int StatusOf(const ChildRun::Result& run, bool written, bool passed) {
-  switch (run.outcome) {
-    case ChildRun::Outcome::Failed:
-      ErrorLine::Stream() << "gorv-sim: " << run.message << "\n";
-      return ExitStatus::kNotRun;
-    case ChildRun::Outcome::Aborted:
-      ErrorLine::Stream() << "gorv-sim: " << run.message << "\n";
-      return ExitStatus::kPluginEnded;
-    case ChildRun::Outcome::Interrupted:
-      ErrorLine::Stream() << "gorv-sim: " << run.message
-                          << "; the outputs hold the run up to then\n";
-      return ExitStatus::kBySignal + run.signal;
-    default:
-      return written && passed ? ExitStatus::kDone : ExitStatus::kNotRun;
-  }
+// Says how the run ended (standard error) and sets the status, the word for
+// a batch's table and the error a report shows (`said`, when it was already
+// printed).
+void Conclude(const StopReport::Facts& facts, ScenarioJob::Outcome* outcome,
+              const std::string& said = "") {
+  StopReport::Words words = StopReport::Report(facts);
+  if (!words.message.empty()) ErrorLine::Print(words.message);
+  outcome->status = words.status;
+  outcome->word = words.tableWord;
+  outcome->error = words.message.empty() ? said : words.message;
 }
 
 }  // namespace
@@ -189,17 +183,13 @@ Outcome Run(const std::string& scenarioPath, const Outputs& paths, const Setting
   if (!ParseScenario(scenarioPath, &scenario, &error) ||
       (!paths.expect.empty() && !EventLog::Load(paths.expect, &expected, &error)) ||
       !(error = CheckOutputs(scenarioPath, scenario, paths)).empty()) {
-    ErrorLine::Print(error);
-    outcome.status = ExitStatus::kBadInput;
-    outcome.error = error;
+    Conclude(StopReport::Of(StopReport::Kind::BadInput, 0, error), &outcome);
     return outcome;
   }
   // Before anything is written: the plug-in's nodes must have a place.
   std::unique_ptr<PrivateSysfs> sysfs = PrivateSysfs::Make(&error);
   if (!sysfs) {
-    ErrorLine::Print(error);
-    outcome.status = ExitStatus::kNotRun;
-    outcome.error = error;
+    Conclude(StopReport::Of(StopReport::Kind::Failed, 0, error), &outcome);
     return outcome;
   }
   OpenOutputs outputs;
@@ -207,26 +197,24 @@ Outcome Run(const std::string& scenarioPath, const Outputs& paths, const Setting
   Tally tally;
   outputs.sinks.Add(&tally);
   if (!OpenAll(scenario, paths, std::move(expected), settings.comparison, &outputs, &checker)) {
-    outcome.status = ExitStatus::kNotRun;
-    outcome.error = outputs.error;
+    Conclude(StopReport::Of(StopReport::Kind::Failed), &outcome, outputs.error);
     return outcome;
   }
-  ChildRun::Result run = ChildRun::Run(scenario, settings.simulator, *sysfs, outputs.sinks,
-                                       [&outputs] { return outputs.PipeClosed(); });
+  StopReport::Facts run = ChildRun::Run(scenario, settings.simulator, *sysfs, outputs.sinks,
+                                        [&outputs] { return outputs.PipeClosed(); });
   outcome.written = outputs.Close();
-  outcome.pipeClosed = run.outcome == ChildRun::Outcome::Abandoned || outputs.PipeClosed();
-  outcome.ran = run.outcome != ChildRun::Outcome::Failed;
+  outcome.pipeClosed = run.kind == StopReport::Kind::OutputClosed || outputs.PipeClosed();
+  outcome.ran = run.kind != StopReport::Kind::Failed;
   if (checker != nullptr && outcome.ran) {
     outcome.check = checker->passed() ? Check::Pass : Check::Fail;
     outcome.checkReport = checker->report();
   }
   outcome.targetChanges = tally.summary.targetChanges();
   outcome.lockHeldMs = tally.summary.lockHeldMs();
-  outcome.status = outcome.pipeClosed
-                       ? ExitStatus::kNotRun
-                       : StatusOf(run, outcome.written, outcome.check != Check::Fail);
-  outcome.error = run.outcome == ChildRun::Outcome::Abandoned ? "" : run.message;
-  if (outcome.error.empty()) outcome.error = outputs.error;
+  run.written = outcome.written;
+  run.checkFailed = outcome.check == Check::Fail;
+  if (outcome.pipeClosed) run.kind = StopReport::Kind::OutputClosed;
+  Conclude(run, &outcome, outcome.pipeClosed ? "" : outputs.error);
   return outcome;
 }
 

@@ -2,7 +2,7 @@
 // read (bad input: nothing runs), the outputs opened, the run hosted in a
 // child (ChildRun) and streamed to every output as a sink, the outputs
 // closed and checked. Errors go to standard error as "gorv-sim: ...".
-// Single-threaded; one job at a time (ChildRun's signal handling).
+// Several jobs may run at once, in threads (ChildRun).
 #pragma once
 
 #include <cstdint>
@@ -25,7 +25,8 @@ struct Settings {
 };
 enum class Check { None, Pass, Fail };
 struct Outcome {
-  int status = 0;  // an ExitStatus (kBadInput: nothing ran)
+  int status = 0;    // an ExitStatus (kBadInput: nothing ran)
+  std::string word;  // the batch table's status (StopReport)
   bool ran = false;
   bool written = true;      // every output written
   bool pipeClosed = false;  // standard output went to a closed pipe

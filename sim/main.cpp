@@ -22,9 +22,11 @@
 // plug-in could not be run, an output (or its folder) could not be written,
 // or the events differ from the expected ones; 2 bad usage or bad input,
 // including an output that is the same file as an input or as another
-// output (that scenario does not run); 3 the plug-in ended its process (one line on standard
-// error says when and how); 128+N interrupted by signal N (SIGINT,
-// SIGTERM), which ends a batch. A closed pipe on an output ends the run
+// output (that scenario does not run); 3 the plug-in ended its process (one
+// line on standard error says when and how); 128+N interrupted by signal N
+// (any signal that would end the program: SIGINT, SIGTERM, SIGHUP, ...; the
+// run stops where it is, every output is written and the private folder
+// removed), which ends a batch. A closed pipe on an output ends the run
 // quietly, as SIGPIPE ends other tools.
 #include <fcntl.h>
 #include <unistd.h>
@@ -43,6 +45,7 @@
 #include "sim/Shard.h"
 #include "sim/output/EventsFormat.h"
 #include "sim/output/OutputTable.h"
+#include "sim/run/Interrupts.h"
 
 namespace {
 
@@ -151,6 +154,8 @@ int Run(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  // Signals become a note every run and output looks at (Interrupts).
+  Interrupts::Install();
   // Out of memory in the simulator itself is reported like any other
   // failure to run.
   try {

@@ -16,7 +16,7 @@
 #include <unordered_map>
 #include <unordered_set>
 
-#include "perfetto_frametimeline.pb.h"
+#include "perfetto_trace.pb.h"
 #include "sim/SimWords.h"
 #include "sim/SystemError.h"
 #include "sim/TextEscape.h"

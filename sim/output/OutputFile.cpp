@@ -1,6 +1,8 @@
 #include "sim/output/OutputFile.h"
 
 #include <fcntl.h>
+#include <limits.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -9,8 +11,17 @@
 #include "sim/SystemError.h"
 #include "sim/TextEscape.h"
 #include "sim/output/HeldOutput.h"
+#include "sim/run/Interrupts.h"
 
 namespace {
+
+// How long an output may take nothing after a signal before it is given up.
+constexpr int kGraceMs = 1000;
+
+bool MayBlock(int fd) {
+  struct stat about {};
+  return fstat(fd, &about) != 0 || !S_ISREG(about.st_mode);
+}
 
 std::string NameOf(const std::string& path) {
   return path == "-" ? "standard output" : TextEscape::Terminal(path);
@@ -18,13 +29,28 @@ std::string NameOf(const std::string& path) {
 
 }  // namespace
 
-OutputFile::Buffer::Buffer(int fd) : mFd(fd) { setp(mData, mData + sizeof(mData)); }
+OutputFile::Buffer::Buffer(int fd) : mFd(fd), mWaits(MayBlock(fd)) {
+  setp(mData, mData + sizeof(mData));
+}
+
+ssize_t OutputFile::Buffer::WriteSome(const char* data, size_t size) {
+  if (!mWaits) return write(mFd, data, size);
+  if (!Interrupts::WaitWritable(mFd, kGraceMs)) {
+    mFailure = kStalled;
+    return -1;
+  }
+  // Room for PIPE_BUF bytes is what a pipe that polls writable promises.
+  ssize_t wrote = write(mFd, data, std::min<size_t>(size, PIPE_BUF));
+  if (wrote < 0 && errno == EAGAIN) errno = EINTR;  // a non-blocking file: wait again
+  return wrote;
+}
 
 bool OutputFile::Buffer::Flush() {
   const char* data = pbase();
   size_t size = static_cast<size_t>(pptr() - pbase());
   while (size > 0 && mFailure == 0) {
-    ssize_t wrote = write(mFd, data, size);
+    ssize_t wrote = WriteSome(data, size);
+    if (mFailure != 0) break;
     if (wrote < 0 && errno == EINTR) continue;
     if (wrote <= 0) {
       mFailure = wrote < 0 ? errno : EIO;
@@ -90,6 +116,8 @@ bool OutputFile::Close(std::string* error) {
   int failure = mBuffer.failure();
   if (mBuffer.fd() != STDOUT_FILENO && close(mBuffer.fd()) != 0 && failure == 0) failure = errno;
   if (failure == 0) return true;
-  *error = "cannot write " + NameOf(mPath) + ": " + SystemError::Text(failure);
+  *error = "cannot write " + NameOf(mPath) + ": " +
+           (failure == Buffer::kStalled ? "nothing read it for a second after the interrupt"
+                                        : SystemError::Text(failure));
   return false;
 }

@@ -2,9 +2,12 @@
 // through a stream whose first failed write is remembered with its reason,
 // so that no output is lost silently: disk full, a closed standard output,
 // an I/O error. A write to a closed pipe (piping into head) is remembered
-// as such, for the caller to end the run quietly. On a thread whose
-// standard output is held (HeldOutput), "-" is the held file, and standard
-// output closing later counts as a closed pipe. Single-threaded.
+// as such, for the caller to end the run quietly. A write never blocks for
+// good: on a pipe or terminal it waits for room or a caught signal
+// (Interrupts); after a signal, a reader that takes nothing for a second
+// stalls the output, which is then given up. On a thread whose standard
+// output is held (HeldOutput), "-" is the held file, and standard output
+// closing later counts as a closed pipe. Single-threaded.
 #pragma once
 
 #include <memory>
@@ -36,6 +39,8 @@ class OutputFile {
   class Buffer : public std::streambuf {
    public:
     explicit Buffer(int fd);
+    // The failure of an output given up as stalled (not an errno value).
+    static constexpr int kStalled = -1;
     int fd() const { return mFd; }
     int failure() const { return mFailure; }
     bool Flush();
@@ -46,7 +51,11 @@ class OutputFile {
     int sync() override { return Flush() ? 0 : -1; }
 
    private:
+    // Writes part of `data`: what a non-regular file takes without
+    // blocking. The count written, or -1 with errno set (kStalled kept).
+    ssize_t WriteSome(const char* data, size_t size);
     int mFd;
+    bool mWaits;  // not a regular file: a write may block
     int mFailure = 0;
     char mData[1 << 16];
   };

@@ -18,8 +18,12 @@
 
 namespace {
 
-namespace pb = gorvsim::perfetto_out;
+namespace pb = gorvsim::perfetto;
 using google::protobuf::internal::WireFormatLite;
+
+// TracePacket.sequence_flags: the reader forgets what it knew of the
+// sequence (SEQ_INCREMENTAL_STATE_CLEARED).
+constexpr uint32_t kIncrementalStateCleared = 1;
 
 constexpr uint32_t kBootTimeClock = 6;  // BUILTIN_CLOCK_BOOTTIME
 // Above the highest pid_max Linux allows (2^22): no device process shares
@@ -257,7 +261,7 @@ class PerfettoWriter::State {
     packet->set_trusted_packet_sequence_id(mSequence);
     if (mClock) packet->set_timestamp_clock_id(*mClock);
     packet->clear_sequence_flags();
-    if (mFirst) packet->set_sequence_flags(pb::TracePacket::SEQ_INCREMENTAL_STATE_CLEARED);
+    if (mFirst) packet->set_sequence_flags(kIncrementalStateCleared);
     mFirst = false;
     WriteRecord(mOut, packet->SerializeAsString());
   }

@@ -12,24 +12,71 @@
 #include <chrono>
 #include <csignal>
 #include <cstdio>
-#include <cstring>
 #include <exception>
+#include <iostream>
+#include <mutex>
+#include <utility>
 
 #include "sim/SystemError.h"
-#include "sim/TextEscape.h"
-#include "sim/run/PrivateSysfs.h"
+#include "sim/run/ChannelReader.h"
+#include "sim/run/Interrupts.h"
 #include "sim/run/RunChannel.h"
 
 namespace {
 
-int gSignalPipe = -1;  // write end, for the signal handler
-int gChannel = -1;     // the child's write end, for its terminate handler
+// The child's exit status after an exception escaped (said over the channel).
+constexpr int kExceptionExit = 3;
+// How long a child asked to stop may take before it is killed: the plug-in
+// may be stuck in a call of its own.
+constexpr std::chrono::milliseconds kStopGrace(5000);
 
-void OnSignal(int signal) {
-  auto byte = static_cast<unsigned char>(signal);
-  ssize_t ignored = write(gSignalPipe, &byte, 1);
-  (void)ignored;
-}
+// In the child only (a process of its own): its end of the channel, for its
+// terminate handler.
+int gChannel = -1;
+
+// What parent and child share while a run lasts.
+struct Shared {
+  std::atomic<int64_t> clockMs{0};  // the virtual time reached
+  std::atomic<bool> stop{false};    // the parent asks the child to stop
+};
+
+// Owns the shared page.
+class SharedMapping {
+ public:
+  SharedMapping() {
+    // An anonymous mapping takes no file: its descriptor is -1 by definition.
+    void* page = mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS,
+                      -1, 0);  // cppcheck-suppress invalidFunctionArg
+    if (page != MAP_FAILED) mShared = new (page) Shared();
+  }
+  ~SharedMapping() {
+    if (mShared != nullptr) munmap(mShared, sizeof(Shared));
+  }
+  SharedMapping(const SharedMapping&) = delete;
+  SharedMapping& operator=(const SharedMapping&) = delete;
+  Shared* get() const { return mShared; }
+
+ private:
+  Shared* mShared = nullptr;
+};
+
+// Owns a descriptor.
+class Descriptor {
+ public:
+  explicit Descriptor(int fd = -1) : mFd(fd) {}
+  ~Descriptor() { Reset(); }
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+  int get() const { return mFd; }
+  int Release() { return std::exchange(mFd, -1); }
+  void Reset() {
+    if (mFd >= 0) close(mFd);
+    mFd = -1;
+  }
+
+ private:
+  int mFd;
+};
 
 // In the child: a fatal signal first writes out the events still buffered,
 // then ends the process as it would have (the handler is reset on entry).
@@ -47,19 +94,34 @@ void CatchFatalSignals() {
   }
 }
 
-// In the child: an exception escaping the plug-in (or the host) is said
-// before the process ends as std::terminate ends it.
-[[noreturn]] void OnTerminate() {
-  std::string what = "an exception escaped";
+// The text of the exception being handled; "" when there is none.
+std::string CurrentExceptionText() noexcept {
   try {
     if (std::exception_ptr current = std::current_exception()) std::rethrow_exception(current);
   } catch (const std::exception& e) {
-    what += ": " + std::string(e.what());
+    return e.what();
   } catch (...) {
-    what += " (not a std::exception)";
+    return "an object that is not a std::exception";
   }
-  RunChannel::SendText(gChannel, RunChannel::Type::Note, what);
-  std::abort();
+  return "";
+}
+
+// In the child: says which exception escaped, after the events before it.
+void ReportException(const std::string& text) noexcept {
+  try {
+    RunChannel::Flush();
+    RunChannel::SendText(gChannel, RunChannel::Type::Note, text);
+  } catch (...) {  // out of memory: the parent still sees the exit status
+  }
+}
+
+// In the child: an exception escaping on another thread (a real-time run's
+// feature threads) ends the child as one escaping on its own does.
+[[noreturn]] void OnTerminate() {
+  std::string text = CurrentExceptionText();
+  if (text.empty()) std::abort();
+  ReportException(text);
+  _exit(kExceptionExit);
 }
 
 // The child's sink: every event and the end go down the pipe.
@@ -76,57 +138,48 @@ class ChannelSink : public RunSink {
   int mFd;
 };
 
+// The child's whole life: it never returns into the parent's code.
 [[noreturn]] void RunChild(const Scenario& scenario, const Simulator::Options& options,
-                           PrivateSysfs& sysfs, int channel) {
-  signal(SIGINT, SIG_IGN);
-  signal(SIGTERM, SIG_IGN);
-  signal(SIGPIPE, SIG_DFL);
+                           PrivateSysfs& sysfs, int channel) noexcept {
+  Interrupts::IgnoreInChild();
   prctl(PR_SET_PDEATHSIG, SIGKILL);
   gChannel = channel;
   std::set_terminate(&OnTerminate);
   CatchFatalSignals();
-  RunChannel::SetBuffered(!options.realtime);
-  ChannelSink sink(channel);
-  std::string error;
-  bool ran = Simulator::Run(scenario, options, sysfs, sink, &error);
-  if (!ran) RunChannel::SendText(channel, RunChannel::Type::Failure, error);
-  RunChannel::Flush();
-  sysfs.Release();  // the parent removes it
-  _exit(ran ? 0 : 1);
-}
-
-std::string SignalName(int signal) {
-  const char* description = sigdescr_np(signal);  // strsignal is not thread-safe
-  std::string name = sigabbrev_np(signal) != nullptr ? std::string("SIG") + sigabbrev_np(signal)
-                                                     : "signal " + std::to_string(signal);
-  return name + (description != nullptr ? " (" + std::string(description) + ")" : "");
-}
-
-std::string Seconds(int64_t ms) {
-  char text[32];
-  std::snprintf(text, sizeof(text), "%.3f", static_cast<double>(ms) / 1000.0);
-  return text;
+  int status = 1;
+  try {
+    RunChannel::SetBuffered(!options.realtime);
+    ChannelSink sink(channel);
+    std::string error;
+    bool ran = Simulator::Run(scenario, options, sysfs, sink, &error);
+    if (!ran) RunChannel::SendText(channel, RunChannel::Type::Failure, error);
+    RunChannel::Flush();
+    status = ran ? 0 : 1;
+  } catch (...) {
+    ReportException(CurrentExceptionText());
+    status = kExceptionExit;
+  }
+  _exit(status);
 }
 
 // The parent's side of one run.
 class Parent {
  public:
-  Parent(const Scenario& scenario, const Simulator::Options& options, PrivateSysfs& sysfs,
-         RunSink& sink)
-      : mScenario(scenario), mOptions(options), mSysfs(sysfs), mSink(sink) {}
+  Parent(const Scenario& scenario, const Simulator::Options& options, RunSink& sink)
+      : mScenario(scenario), mOptions(options), mSink(sink) {}
 
-  ChildRun::Result Run(const std::function<bool()>& abandon);
+  StopReport::Facts Run(PrivateSysfs& sysfs, const std::function<bool()>& abandon);
 
  private:
   void OnRecord(RunChannel::Type type, std::string_view payload);
+  void Pump(ChannelReader& reader, pid_t child, const std::function<bool()>& abandon);
   int64_t ClockMs() const;
-  ChildRun::Result Finish(int status);
+  StopReport::Facts Finish(int status);
 
   const Scenario& mScenario;
   Simulator::Options mOptions;
-  PrivateSysfs& mSysfs;
   RunSink& mSink;
-  std::atomic<int64_t>* mClock = nullptr;
+  Shared* mShared = nullptr;
   std::chrono::steady_clock::time_point mStarted;
   bool mEnded = false;
   RunEnd mEnd;
@@ -139,7 +192,8 @@ void Parent::OnRecord(RunChannel::Type type, std::string_view payload) {
   SimEvent event;
   switch (type) {
     case RunChannel::Type::Event:
-      if (!RunChannel::DecodeEvent(payload, &event)) return;
+      // Nothing the child says after its end belongs to the run.
+      if (mEnded || !RunChannel::DecodeEvent(payload, &event)) return;
       if (event.kind == SimEvent::Kind::Log) mLastLog = event.text;
       mSink.Event(event);
       break;
@@ -155,119 +209,120 @@ void Parent::OnRecord(RunChannel::Type type, std::string_view payload) {
   }
 }
 
+// Takes the child's records until its end of the channel closes. A caught
+// signal or an abandoned output asks the child to stop; a child that does
+// not within the grace is killed.
+void Parent::Pump(ChannelReader& reader, pid_t child, const std::function<bool()>& abandon) {
+  auto onRecord = [this](RunChannel::Type type, std::string_view payload) {
+    OnRecord(type, payload);
+  };
+  std::chrono::steady_clock::time_point deadline;
+  for (bool asked = false;;) {
+    if (!asked && (Interrupts::Caught() != 0 || mAbandoned)) {
+      mInterrupt = mAbandoned ? 0 : Interrupts::Caught();
+      mShared->stop.store(true);
+      asked = true;
+      deadline = std::chrono::steady_clock::now() + kStopGrace;
+    }
+    auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+        deadline - std::chrono::steady_clock::now());
+    pollfd fds[2] = {{reader.fd(), POLLIN, 0}, {Interrupts::Fd(), POLLIN, 0}};
+    int ready = poll(fds, asked || fds[1].fd < 0 ? 1 : 2,
+                     asked ? static_cast<int>(std::max<int64_t>(0, left.count())) : -1);
+    if (ready < 0 && errno == EINTR) continue;
+    if (ready == 0) kill(child, SIGKILL);
+    if (ready <= 0) return;
+    if (fds[0].revents != 0 && !reader.ReadSome(onRecord)) return;
+    if (!asked) mAbandoned = abandon();
+  }
+}
+
 int64_t Parent::ClockMs() const {
-  if (!mOptions.realtime) return mClock->load();
+  if (!mOptions.realtime) return mShared->clockMs.load();
   auto elapsed = std::chrono::steady_clock::now() - mStarted;
   return std::min(mScenario.EndMs(),
                   std::chrono::duration_cast<std::chrono::milliseconds>(elapsed).count());
 }
 
-ChildRun::Result Parent::Finish(int status) {
-  using Outcome = ChildRun::Outcome;
+StopReport::Facts Parent::Finish(int status) {
+  using Kind = StopReport::Kind;
+  StopReport::Facts facts;
   bool exited = WIFEXITED(status);
-  if (!mInterrupt && !mAbandoned && exited && !mFailure.empty()) {
-    return {Outcome::Failed, mFailure, 0};
-  }
-  if (!mInterrupt && !mAbandoned && exited && WEXITSTATUS(status) == 0 && mEnded) {
+  if (mInterrupt != 0) {
+    facts.kind = Kind::Interrupted;
+    facts.signal = mInterrupt;
+  } else if (mAbandoned) {
+    facts.kind = Kind::OutputClosed;
+  } else if (exited && !mFailure.empty()) {
+    facts.kind = Kind::Failed;
+    facts.failure = mFailure;
+    return facts;
+  } else if (exited && WEXITSTATUS(status) == 0 && mEnded) {
     mSink.End(mEnd);
-    return {Outcome::Completed, "", 0};
+    return facts;
+  } else {
+    facts.kind = Kind::PluginEnded;
+    facts.signal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
+    facts.exitStatus = exited ? WEXITSTATUS(status) : 0;
+    facts.exception = mNote;
   }
-  RunEnd end{ClockMs(), 0, ""};
-  if (mInterrupt) {
-    end.stopped = "interrupted by " + SignalName(mInterrupt);
-    mSink.End(end);
-    return {Outcome::Interrupted, end.stopped, mInterrupt};
-  }
-  if (mAbandoned) {
-    end.stopped = "its output was closed";
-    mSink.End(end);
-    return {Outcome::Abandoned, "", 0};
-  }
-  std::string how = WIFSIGNALED(status) ? SignalName(WTERMSIG(status))
-                                        : "exit status " + std::to_string(WEXITSTATUS(status));
-  if (!mNote.empty()) how += " after " + mNote;
-  end.stopped = "the plug-in ended the process: " + how;
+  RunEnd end = mEnded ? mEnd : RunEnd{ClockMs(), 0, ""};
+  facts.reachedMs = end.endMs;
+  facts.lastLog = mLastLog;
+  end.stopped = StopReport::StoppedReason(facts);
   mSink.End(end);
-  std::string message =
-      "the plug-in ended the run at " + Seconds(end.endMs) + " s of virtual time with " + how;
-  message +=
-      mLastLog.empty() ? "; it logged nothing before" : "; its last log line: \"" + mLastLog + "\"";
-  message +=
-      ". This is the plug-in's own behaviour, not the simulator's; the outputs hold the run up "
-      "to that moment.";
-  return {Outcome::Aborted, TextEscape::Terminal(message), 0};
+  return facts;
 }
 
-ChildRun::Result Parent::Run(const std::function<bool()>& abandon) {
-  // An anonymous mapping takes no file: its descriptor is -1 by definition.
-  void* shared = mmap(nullptr, sizeof(std::atomic<int64_t>), PROT_READ | PROT_WRITE,
-                      MAP_SHARED | MAP_ANONYMOUS, -1, 0);  // cppcheck-suppress invalidFunctionArg
-  int channel[2], signals[2];
-  if (shared == MAP_FAILED || pipe2(channel, O_CLOEXEC) != 0) {
-    return {ChildRun::Outcome::Failed,
-            std::string("cannot start the run: ") + SystemError::Text(errno), 0};
-  }
-  if (pipe2(signals, O_CLOEXEC | O_NONBLOCK) != 0) {
-    return {ChildRun::Outcome::Failed,
-            std::string("cannot start the run: ") + SystemError::Text(errno), 0};
-  }
-  mClock = new (shared) std::atomic<int64_t>(0);
-  mOptions.clockMs = mClock;
-  gSignalPipe = signals[1];
-  struct sigaction action {
-  }, oldInt{}, oldTerm{}, oldPipe{};
-  action.sa_handler = &OnSignal;
-  sigaction(SIGINT, &action, &oldInt);
-  sigaction(SIGTERM, &action, &oldTerm);
-  action.sa_handler = SIG_IGN;
-  sigaction(SIGPIPE, &action, &oldPipe);
+// Held from making a run's channel until this process has closed the
+// channel's write end: a child forked meanwhile by another thread's run
+// would inherit that end, and this run would not see its channel close
+// until that other child ended.
+std::mutex gForking;
 
+StopReport::Facts Parent::Run(PrivateSysfs& sysfs, const std::function<bool()>& abandon) {
+  SharedMapping shared;
+  std::unique_lock<std::mutex> forking(gForking);
+  int ends[2];
+  if (shared.get() == nullptr || pipe2(ends, O_CLOEXEC) != 0) {
+    return StopReport::Of(StopReport::Kind::Failed, 0,
+                          "cannot start the run: " + SystemError::Text(errno));
+  }
+  ChannelReader reader(ends[0]);
+  Descriptor writeEnd(ends[1]);
+  mShared = shared.get();
+  mOptions.clockMs = &mShared->clockMs;
+  mOptions.stop = &mShared->stop;
   mSink.Begin(Simulator::InfoOf(mScenario));
+  // What this process has buffered must not be written again by the child.
+  std::cout.flush();
+  std::cerr.flush();
+  std::fflush(nullptr);
   mStarted = std::chrono::steady_clock::now();
   pid_t child = fork();
-  if (child == 0) {
-    close(channel[0]);
-    RunChild(mScenario, mOptions, mSysfs, channel[1]);
+  if (child == 0) RunChild(mScenario, mOptions, sysfs, writeEnd.Release());
+  int forkError = errno;
+  writeEnd.Reset();
+  forking.unlock();
+  if (child < 0) {
+    return StopReport::Of(StopReport::Kind::Failed, 0,
+                          "cannot start the run: " + SystemError::Text(forkError));
   }
-  close(channel[1]);
-  RunChannel reader(channel[0]);
-  auto onRecord = [this](RunChannel::Type type, std::string_view payload) {
-    OnRecord(type, payload);
-  };
-  while (child > 0) {
-    pollfd fds[2] = {{channel[0], POLLIN, 0}, {signals[0], POLLIN, 0}};
-    if (poll(fds, 2, -1) < 0 && errno != EINTR) break;
-    unsigned char caught = 0;
-    if (read(signals[0], &caught, 1) == 1) mInterrupt = caught;
-    if (!mInterrupt && (fds[0].revents & (POLLIN | POLLHUP)) && !reader.ReadSome(onRecord)) break;
-    mAbandoned = !mInterrupt && abandon();
-    if (mInterrupt || mAbandoned) {
-      kill(child, SIGKILL);
-      break;
-    }
-  }
+  Pump(reader, child, abandon);
   int status = 0;
-  while (child > 0 && waitpid(child, &status, 0) < 0 && errno == EINTR) {
+  while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
   }
-  close(channel[0]);
-  sigaction(SIGINT, &oldInt, nullptr);
-  sigaction(SIGTERM, &oldTerm, nullptr);
-  sigaction(SIGPIPE, &oldPipe, nullptr);
-  close(signals[0]);
-  close(signals[1]);
-  gSignalPipe = -1;
-  ChildRun::Result result = child > 0 ? Finish(status)
-                                      : ChildRun::Result{ChildRun::Outcome::Failed,
-                                                         "cannot start the run: fork failed", 0};
-  munmap(shared, sizeof(std::atomic<int64_t>));
-  return result;
+  return Finish(status);
 }
 
 }  // namespace
 
-ChildRun::Result ChildRun::Run(const Scenario& scenario, const Simulator::Options& options,
-                               PrivateSysfs& sysfs, RunSink& sink,
-                               const std::function<bool()>& abandon) {
-  Parent parent(scenario, options, sysfs, sink);
-  return parent.Run(abandon);
+namespace ChildRun {
+
+StopReport::Facts Run(const Scenario& scenario, const Simulator::Options& options,
+                      PrivateSysfs& sysfs, RunSink& sink, const std::function<bool()>& abandon) {
+  Parent parent(scenario, options, sink);
+  return parent.Run(sysfs, abandon);
 }
+
+}  // namespace ChildRun

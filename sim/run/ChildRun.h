@@ -3,42 +3,35 @@
 // running out of memory) cannot take the outputs with it. The child loads
 // the plug-in and runs the Simulator, streaming each event over a pipe
 // (RunChannel); this process, the parent, hands them to the sink as they
-// come and notices how the child ended.
+// come and notices how the child ended. The child never returns into the
+// caller: whatever happens in it ends it with _exit once it has said so.
 //
-// The caller owns the private sysfs folder (made before the fork and
-// removed by its owner after the child is gone, whatever happened to it:
-// the child never removes it). The parent catches SIGINT and
-// SIGTERM while the run lasts (the child ignores them and is killed) and
-// ignores SIGPIPE (a closed output is the caller's to notice, through
-// `abandon`). Single-threaded caller; one run at a time.
+// Signals are the parent's alone (Interrupts, installed by main): when one
+// has been caught, the parent asks the child to stop at the virtual time it
+// has reached, takes every event up to then and ends the sink there. The
+// caller owns the private sysfs folder (made before the fork and removed by
+// its owner: the child never removes it).
+//
+// Run may be called from several threads at once, each with its own
+// scenario, folder and sink; it holds nothing between calls.
 #pragma once
 
 #include <functional>
-#include <string>
 
 #include "sim/input/Scenario.h"
 #include "sim/output/RunSink.h"
 #include "sim/run/PrivateSysfs.h"
 #include "sim/run/Simulator.h"
+#include "sim/run/StopReport.h"
 
-class ChildRun {
- public:
-  enum class Outcome {
-    Completed,    // the run reached its end
-    Failed,       // the plug-in could not be run (message says why); no End
-    Aborted,      // the plug-in ended its process: message is the one line
-    Interrupted,  // SIGINT or SIGTERM (signal) reached the simulator
-    Abandoned,    // `abandon` returned true: the child was stopped
-  };
-  struct Result {
-    Outcome outcome = Outcome::Completed;
-    std::string message;
-    int signal = 0;  // Interrupted: which
-  };
+namespace ChildRun {
 
-  // Runs `scenario` into `sink`: Begin, the events, then End in every
-  // outcome but Failed (End's `stopped` says why a run stopped early).
-  // `abandon` is asked after each batch of events.
-  static Result Run(const Scenario& scenario, const Simulator::Options& options,
-                    PrivateSysfs& sysfs, RunSink& sink, const std::function<bool()>& abandon);
-};
+// Runs `scenario` into `sink`: Begin, the events, then End in every kind of
+// end but Failed (End's `stopped` says why a run stopped early, in
+// StopReport's words). `abandon` is asked after each batch of events: true
+// (an output closed) stops the run as a signal does. Returns the facts for
+// StopReport: Completed, Failed, PluginEnded, Interrupted or OutputClosed.
+StopReport::Facts Run(const Scenario& scenario, const Simulator::Options& options,
+                      PrivateSysfs& sysfs, RunSink& sink, const std::function<bool()>& abandon);
+
+}  // namespace ChildRun

@@ -8,8 +8,6 @@
 
 namespace {
 
-constexpr size_t kHeader = 5;
-
 template <typename T>
 void Put(std::string* out, T value) {
   out->append(reinterpret_cast<const char*>(&value), sizeof(value));
@@ -83,7 +81,7 @@ bool FlushPending() {
 
 bool Send(int fd, RunChannel::Type type, const std::string& payload) {
   std::string record;
-  record.reserve(kHeader + payload.size());
+  record.reserve(RunChannel::kHeader + payload.size());
   Put(&record, static_cast<uint8_t>(type));
   Put(&record, static_cast<uint32_t>(payload.size()));
   record += payload;
@@ -101,7 +99,9 @@ bool Send(int fd, RunChannel::Type type, const std::string& payload) {
 
 }  // namespace
 
-bool RunChannel::SendEvent(int fd, const SimEvent& event) {
+namespace RunChannel {
+
+bool SendEvent(int fd, const SimEvent& event) {
   std::string payload;
   Put(&payload, event.tMs);
   Put(&payload, static_cast<uint8_t>(event.kind));
@@ -116,7 +116,7 @@ bool RunChannel::SendEvent(int fd, const SimEvent& event) {
   return Send(fd, Type::Event, payload);
 }
 
-bool RunChannel::SendEnd(int fd, const RunEnd& end) {
+bool SendEnd(int fd, const RunEnd& end) {
   std::string payload;
   Put(&payload, end.endMs);
   Put(&payload, end.sessionMs);
@@ -124,45 +124,24 @@ bool RunChannel::SendEnd(int fd, const RunEnd& end) {
   return Send(fd, Type::End, payload) && FlushPending();
 }
 
-bool RunChannel::SendText(int fd, Type type, std::string_view text) {
+bool SendText(int fd, Type type, std::string_view text) {
   return Send(fd, type, std::string(text)) && FlushPending();
 }
 
-void RunChannel::SetBuffered(bool buffered) {
+void SetBuffered(bool buffered) {
   FlushPending();
   gPending.buffered = buffered;
 }
 
-bool RunChannel::Flush() { return FlushPending(); }
+bool Flush() { return FlushPending(); }
 
-void RunChannel::FlushFromSignal() {
+void FlushFromSignal() {
   size_t size = gPending.size.load();
   if (size > 0) WriteAll(gPending.fd, gPending.data, size);
   gPending.size.store(0);
 }
 
-bool RunChannel::ReadSome(const Handler& onRecord) {
-  char chunk[1 << 16];
-  ssize_t got;
-  do {
-    got = read(mFd, chunk, sizeof(chunk));
-  } while (got < 0 && errno == EINTR);
-  if (got <= 0) return false;
-  mBuffer.append(chunk, static_cast<size_t>(got));
-  size_t pos = 0;
-  while (mBuffer.size() - pos >= kHeader) {
-    uint32_t size;
-    std::memcpy(&size, mBuffer.data() + pos + 1, sizeof(size));
-    if (mBuffer.size() - pos - kHeader < size) break;
-    auto type = static_cast<Type>(mBuffer[pos]);
-    onRecord(type, std::string_view(mBuffer).substr(pos + kHeader, size));
-    pos += kHeader + size;
-  }
-  mBuffer.erase(0, pos);
-  return true;
-}
-
-bool RunChannel::DecodeEvent(std::string_view payload, SimEvent* event) {
+bool DecodeEvent(std::string_view payload, SimEvent* event) {
   Cursor in(payload);
   event->tMs = in.Get<int64_t>();
   event->kind = static_cast<SimEvent::Kind>(in.Get<uint8_t>());
@@ -178,10 +157,12 @@ bool RunChannel::DecodeEvent(std::string_view payload, SimEvent* event) {
   return in.ok();
 }
 
-bool RunChannel::DecodeEnd(std::string_view payload, RunEnd* end) {
+bool DecodeEnd(std::string_view payload, RunEnd* end) {
   Cursor in(payload);
   end->endMs = in.Get<int64_t>();
   end->sessionMs = in.Get<int64_t>();
   end->stopped = in.Text();
   return in.ok();
 }
+
+}  // namespace RunChannel

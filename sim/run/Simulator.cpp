@@ -98,6 +98,13 @@ Feature* CreateFeature(const Scenario& scenario, const Simulator::Options& optio
   return PluginLoader::Create("GORV", InfoOf(scenario), error);
 }
 
+// Thrown between two steps of a virtual run asked to stop.
+struct StopRequested {};
+
+bool StopAsked(const Simulator::Options& options) {
+  return options.stop != nullptr && options.stop->load();
+}
+
 bool RunVirtual(const Scenario& scenario, const Simulator::Options& options, PrivateSysfs& sysfs,
                 RunSink& sink, std::string* error) {
   SteppedRunner runner(std::chrono::milliseconds(scenario.meterLatencyMs));
@@ -107,9 +114,10 @@ bool RunVirtual(const Scenario& scenario, const Simulator::Options& options, Pri
   Feature* feature = CreateFeature(scenario, options, error);
   if (feature == nullptr) return false;
   runner.Adopt(feature);
-  if (options.clockMs != nullptr) {
-    runner.SetStepObserver([clock = options.clockMs](int64_t nowMs) { clock->store(nowMs); });
-  }
+  runner.SetStepObserver([&options](int64_t nowMs) {
+    if (options.clockMs != nullptr) options.clockMs->store(nowMs);
+    if (StopAsked(options)) throw StopRequested();
+  });
   SessionClock session;
   // Faults at a time take effect before the triggers at that time.
   for (const Scenario::Fault& fault : scenario.faults) {
@@ -123,10 +131,26 @@ bool RunVirtual(const Scenario& scenario, const Simulator::Options& options, Pri
       session.Observe(runner.feature(), runner.NowMs());
     });
   }
-  runner.RunUntil(end);
+  try {
+    runner.RunUntil(end);
+  } catch (const StopRequested&) {
+    end = runner.NowMs();
+  }
   runner.DestroyFeature();
   sink.End({end, session.TotalUntil(end), ""});
   return true;
+}
+
+// Sleeps until `when` in short slices, looking for a stop request between
+// them; false when one came.
+bool SleepUntil(std::chrono::steady_clock::time_point when, const Simulator::Options& options) {
+  constexpr auto kSlice = std::chrono::milliseconds(20);
+  for (auto now = std::chrono::steady_clock::now(); now < when;
+       now = std::chrono::steady_clock::now()) {
+    if (StopAsked(options)) return false;
+    std::this_thread::sleep_until(std::min(when, now + kSlice));
+  }
+  return !StopAsked(options);
 }
 
 bool RunRealtime(const Scenario& scenario, const Simulator::Options& options, PrivateSysfs& sysfs,
@@ -158,16 +182,20 @@ bool RunRealtime(const Scenario& scenario, const Simulator::Options& options, Pr
       session.Observe(runner.feature(), nowMs());
     });
   }
-  // Nothing at or after the end is delivered.
-  for (auto it = script.begin(); it != script.end() && it->first < end; ++it) {
-    std::this_thread::sleep_until(origin + std::chrono::milliseconds(it->first));
+  // Nothing at or after the end is delivered, even when the script runs
+  // late: the clock decides, not the schedule.
+  bool stopped = false;
+  for (auto it = script.begin(); it != script.end() && !stopped; ++it) {
+    stopped = !SleepUntil(origin + std::chrono::milliseconds(it->first), options);
+    if (stopped || nowMs() >= end) break;
     if (options.clockMs != nullptr) options.clockMs->store(nowMs());
     it->second();
   }
-  std::this_thread::sleep_until(origin + std::chrono::milliseconds(end));
-  int64_t sessionMs = session.TotalUntil(end);
+  if (!stopped) SleepUntil(origin + std::chrono::milliseconds(end), options);
+  int64_t reached = nowMs();
+  int64_t sessionMs = session.TotalUntil(reached);
   runner.Stop();
-  sink.End({end, sessionMs, ""});
+  sink.End({reached, sessionMs, ""});
   return true;
 }
 

@@ -26,6 +26,10 @@ class Simulator {
     // When set, the virtual time reached (ms) is stored here as the run
     // goes, for a watcher in another process (shared memory).
     std::atomic<int64_t>* clockMs = nullptr;
+    // When set and it turns true (another process asks), the run stops at
+    // the virtual time it has reached, between two steps: the feature is
+    // destroyed and End comes with that time.
+    const std::atomic<bool>* stop = nullptr;
   };
 
   // Runs `scenario` into `sink` (Begin, every event, End), with the

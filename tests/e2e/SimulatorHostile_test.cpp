@@ -1,6 +1,6 @@
 // gorv-sim tried as a hostile user would: the plug-in ending its process,
 // malformed lines and numbers at their limits, bytes and files that are not
-// scenarios, an unusable TMPDIR, outputs that cannot be written. Each case
+// scenarios, an unusable private folder, outputs that cannot be written. Each case
 // runs the program itself and checks its exit status and messages.
 #include <sys/stat.h>
 
@@ -145,18 +145,65 @@ const HostileCase kHostileCases[] = {
     // The run host: the private folder, signals, the child's end.
     {{},
      "--events $DIR/events",
-     "TMPDIR=$DIR/missing",
+     "GORV_SIM_SYSFS_DIR=$DIR/missing",
      1,
      "gorv-sim: cannot make a private folder under $DIR/missing (No such file or directory); "
-     "set TMPDIR to a writable folder\n",
+     "set GORV_SIM_SYSFS_DIR to a writable folder\n",
      {"events"}},
-    {{{"tmp/.keep", ""}}, "", "TMPDIR=$DIR/tmp", 0, "", {"tmp/gorv-sim-*"}},
+    // Full: /proc has no free blocks. A file is no folder.
+    {{},
+     "",
+     "GORV_SIM_SYSFS_DIR=/proc",
+     1,
+     "gorv-sim: cannot make a private folder under /proc (No space left on device); set "
+     "GORV_SIM_SYSFS_DIR to a writable folder\n",
+     {}},
+    {{{"file", ""}},
+     "",
+     "GORV_SIM_SYSFS_DIR=$DIR/file",
+     1,
+     "gorv-sim: cannot make a private folder under $DIR/file (Not a directory)",
+     {}},
+    // The folder goes after every kind of end: done, aborted, an escaping
+    // exception, a plug-in that cannot be loaded, descriptors running out
+    // at each step (making the folder, opening outputs, starting the run).
+    {{{"tmp/.keep", ""}}, "", "GORV_SIM_SYSFS_DIR=$DIR/tmp", 0, "", {"tmp/gorv-sim-*"}},
     {{{"tmp/.keep", ""},
       {"abort.scn", std::string(SimFolderTest::kAborting) + "fault 400 nodes-missing\n"}},
      "abort.scn",
-     "TMPDIR=$DIR/tmp",
+     "GORV_SIM_SYSFS_DIR=$DIR/tmp",
      3,
      "gorv-sim: the plug-in ended the run",
+     {"tmp/gorv-sim-*"}},
+    {{{"tmp/.keep", ""}, {"rogue.scn", "property rogue.on_trigger throw\ntrigger 5 4097 g\n"}},
+     "rogue.scn --realtime",
+     "GORV_SIM_SYSFS_DIR=$DIR/tmp GORV_PLUGIN=" ROGUE_PLUGIN_PATH,
+     3,
+     "an exception that escaped it: the rogue refuses its trigger",
+     {"tmp/gorv-sim-*"}},
+    {{{"tmp/.keep", ""}},
+     "",
+     "GORV_SIM_SYSFS_DIR=$DIR/tmp GORV_PLUGIN=$DIR/none.so",
+     1,
+     "gorv-sim: cannot load $DIR/none.so: ",
+     {"tmp/gorv-sim-*"}},
+    {{{"tmp/.keep", ""}},
+     "--events e --plot p --trace t --summary-json s",
+     "GORV_SIM_SYSFS_DIR=$DIR/tmp sh -c 'ulimit -n 5; exec \"$0\" \"$@\"'",
+     1,
+     "Too many open files",
+     {"tmp/gorv-sim-*"}},
+    {{{"tmp/.keep", ""}},
+     "--events e --plot p --trace t --summary-json s",
+     "GORV_SIM_SYSFS_DIR=$DIR/tmp sh -c 'ulimit -n 8; exec \"$0\" \"$@\"'",
+     1,
+     "Too many open files",
+     {"tmp/gorv-sim-*"}},
+    {{{"tmp/.keep", ""}},
+     "--events e --plot p --trace t --summary-json s",
+     "GORV_SIM_SYSFS_DIR=$DIR/tmp sh -c 'ulimit -n 10; exec \"$0\" \"$@\"'",
+     1,
+     "Too many open files",
      {"tmp/gorv-sim-*"}},
     // Inputs: scenarios, captures and expected files.
     {{{"c/x", "5000000\n6000000\n"},

@@ -11,7 +11,6 @@
 #include <sstream>
 #include <string>
 
-#include "perfetto_frametimeline.pb.h"
 #include "perfetto_trace.pb.h"
 #include "sim/input/ScenarioParser.h"
 #include "sim/run/Simulator.h"
@@ -19,7 +18,7 @@
 
 namespace {
 
-namespace out = gorvsim::perfetto_out;
+namespace out = gorvsim::perfetto;
 namespace device = gorvsim::perfetto;
 
 constexpr uint64_t kMs = 1000000;

@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <string>
 
-#include "perfetto_frametimeline.pb.h"
+#include "perfetto_trace.pb.h"
 
 // An end time for a frame that never ends.
 inline constexpr uint64_t kNever = 0;

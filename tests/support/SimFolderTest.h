@@ -13,7 +13,7 @@
 class SimFolderTest : public ::testing::Test, public TempFolder {
  public:
   // Runs gorv-sim in the folder with `arguments`, after `environment`
-  // (assignments such as "TMPDIR=..."); `stdoutTo` as for TempFolder::Run.
+  // (assignments such as "GORV_SIM_SYSFS_DIR=..."); `stdoutTo` as for TempFolder::Run.
   // Under qemu-user (the Arm build's tests) the emulator adds its own line
   // to the shared standard error when a run's child dies of a signal; that
   // line is the emulator's, not gorv-sim's, and is dropped.
