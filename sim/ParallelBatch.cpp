@@ -10,9 +10,9 @@
 #include <vector>
 
 #include "sim/ErrorLine.h"
-#include "sim/ExitStatus.h"
 #include "sim/output/HeldOutput.h"
 #include "sim/run/Interrupts.h"
+#include "sim/run/StopReport.h"
 
 namespace {
 
@@ -69,11 +69,7 @@ class Batch {
     try {
       return mTask(index);
     } catch (const std::exception& e) {
-      ErrorLine::Print(e.what());
-      ScenarioJob::Outcome outcome;
-      outcome.status = ExitStatus::kNotRun;
-      outcome.error = e.what();
-      return outcome;
+      return Failed(StopReport::Of(StopReport::Kind::Failed, 0, e.what()));
     }
   }
 
@@ -87,9 +83,29 @@ class Batch {
       return;
     }
     ErrorLine::Print(error);
+    // A completed run whose standard output could not be written reads as
+    // one whose write failed while it ran.
+    StopReport::Facts completed;
+    if (outcome->word == StopReport::Report(completed).tableWord) {
+      completed.written = false;
+      completed.checkFailed = outcome->check == ScenarioJob::Check::Fail;
+      StopReport::Words words = StopReport::Report(completed);
+      outcome->status = words.status;
+      outcome->word = words.tableWord;
+    }
     outcome->written = false;
-    outcome->status = std::max(outcome->status, static_cast<int>(ExitStatus::kNotRun));
     outcome->error = error;
+  }
+
+  // The outcome of a scenario that `facts` stopped, said on standard error.
+  static ScenarioJob::Outcome Failed(const StopReport::Facts& facts) {
+    StopReport::Words words = StopReport::Report(facts);
+    if (!words.message.empty()) ErrorLine::Print(words.message);
+    ScenarioJob::Outcome outcome;
+    outcome.status = words.status;
+    outcome.word = words.tableWord;
+    outcome.error = words.message;
+    return outcome;
   }
 
   // Sets `index` to the next scenario to run; false when none is left or
