@@ -146,6 +146,7 @@ TEST(EventsFormatTest, TheComparisonAlignsEachMillisecondInOrder) {
 
   // 100000 events in one ms, one changed, one removed, one added.
   std::vector<SimEvent> expected;
+  expected.reserve(100000);
   for (int i = 0; i < 100000; ++i) {
     expected.push_back(Make(Kind::Counter, 7, "c" + std::to_string(i % 10), "", i));
   }
