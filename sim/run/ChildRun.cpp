@@ -1,5 +1,6 @@
 #include "sim/run/ChildRun.h"
 
+#include <android-base/unique_fd.h>
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/mman.h>
@@ -57,24 +58,6 @@ class SharedMapping {
 
  private:
   Shared* mShared = nullptr;
-};
-
-// Owns a descriptor.
-class Descriptor {
- public:
-  explicit Descriptor(int fd = -1) : mFd(fd) {}
-  ~Descriptor() { Reset(); }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  int get() const { return mFd; }
-  int Release() { return std::exchange(mFd, -1); }
-  void Reset() {
-    if (mFd >= 0) close(mFd);
-    mFd = -1;
-  }
-
- private:
-  int mFd;
 };
 
 // In the child: a fatal signal first writes out the events still buffered,
@@ -281,7 +264,7 @@ StopReport::Facts Parent::Run(PrivateSysfs& sysfs, const std::function<bool()>& 
                           "cannot start the run: " + SystemError::Text(errno));
   }
   ChannelReader reader(ends[0]);
-  Descriptor writeEnd(ends[1]);
+  android::base::unique_fd writeEnd(ends[1]);
   mShared = shared.get();
   mOptions.clockMs = &mShared->clockMs;
   mOptions.stop = &mShared->stop;
@@ -292,9 +275,9 @@ StopReport::Facts Parent::Run(PrivateSysfs& sysfs, const std::function<bool()>& 
   std::fflush(nullptr);
   mStarted = std::chrono::steady_clock::now();
   pid_t child = fork();
-  if (child == 0) RunChild(mScenario, mOptions, sysfs, writeEnd.Release());
+  if (child == 0) RunChild(mScenario, mOptions, sysfs, writeEnd.release());
   int forkError = errno;
-  writeEnd.Reset();
+  writeEnd.reset();
   if (child < 0) {
     return StopReport::Of(StopReport::Kind::Failed, 0,
                           "cannot start the run: " + SystemError::Text(forkError));
