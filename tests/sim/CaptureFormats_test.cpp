@@ -63,6 +63,8 @@ TEST(CaptureFormatsTest, EachFormatIsRecognisedFromItsFirstBytes) {
       // Control bytes after a line feed, but no packet framing.
       {std::string("\n\x02\x01\x01\x07", 5), "frame times"},
       {"\n5000000\n6000000\x01\n", "frame times"},
+      // Text framed as a packet: a line feed, then "0" (48) and 48 bytes.
+      {"\n0" + std::string(47, '1') + "\n", "frame times"},
       {"", "frame times"},
   };
   for (const auto& [head, format] : rows) {
