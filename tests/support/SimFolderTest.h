@@ -50,8 +50,8 @@ class SimFolderTest : public ::testing::Test, public TempFolder {
     glob_t found{};
     std::string all;
     // The test's own thread is the only one that globs.
-    if (glob((folder + "/" + pattern).c_str(), 0, nullptr, &found) ==
-        0) {  // NOLINT(concurrency-mt-unsafe)
+    // NOLINTNEXTLINE(concurrency-mt-unsafe)
+    if (glob((folder + "/" + pattern).c_str(), 0, nullptr, &found) == 0) {
       for (size_t i = 0; i < found.gl_pathc; ++i) all += std::string(found.gl_pathv[i]) + "\n";
     }
     globfree(&found);
