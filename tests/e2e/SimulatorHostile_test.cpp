@@ -130,7 +130,7 @@ struct HostileCase {
   int status;
   std::string message;
   std::vector<std::string> absent = {};
-  std::string shown;
+  std::string shown = {};
 };
 
 const std::pair<std::string, std::string> kShort = {"a.scn", "fps 0 60\nend 500\n"};
