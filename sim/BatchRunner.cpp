@@ -232,6 +232,12 @@ int Run(const Request& request, bool* pipeClosed) {
   std::vector<ScenarioJob::Outcome> outcomes;
   int status = ExitStatus::kDone;
   Progress progress(plan.table && Progress::Wanted(request.quiet), 0);
+  // A single run longer than a second shows the virtual time it reached.
+  Progress runProgress(!plan.table && Progress::Wanted(request.quiet), 1000);
+  ScenarioJob::Settings settings = request.settings;
+  settings.simulator.onProgress = [&runProgress](int64_t reachedMs, int64_t endMs) {
+    runProgress.Show(Progress::RunText(reachedMs, endMs));
+  };
   size_t failed = 0;
   for (size_t i = 0; i < plan.scenarios.size(); ++i) {
     if (int stopped = Interrupted(); stopped != 0) {
@@ -241,7 +247,8 @@ int Run(const Request& request, bool* pipeClosed) {
     }
     progress.Show(Progress::BatchText(i, plan.scenarios.size(), failed));
     auto begun = std::chrono::steady_clock::now();
-    outcomes.push_back(ScenarioJob::Run(plan.scenarios[i], plan.outputs[i], request.settings));
+    outcomes.push_back(ScenarioJob::Run(plan.scenarios[i], plan.outputs[i], settings));
+    runProgress.Clear();
     cases[i] = {Stem(plan.scenarios[i]), outcomes.back(), SecondsSince(begun)};
     failed += outcomes.back().status != ExitStatus::kDone;
     *pipeClosed = outcomes.back().pipeClosed;

@@ -29,6 +29,8 @@ constexpr int kExceptionExit = 3;
 // How long a child asked to stop may take before it is killed: the plug-in
 // may be stuck in a call of its own.
 constexpr std::chrono::milliseconds kStopGrace(5000);
+// How often a progress line learns the virtual time reached.
+constexpr std::chrono::milliseconds kProgressPeriod(100);
 
 // In the child only (a process of its own): its end of the channel, for its
 // terminate handler.
@@ -156,6 +158,7 @@ class Parent {
   void OnRecord(RunChannel::Type type, std::string_view payload);
   void Pump(ChannelReader& reader, pid_t child, const std::function<bool()>& abandon);
   int64_t ClockMs() const;
+  int ProgressDue();
   StopReport::Facts Finish(int status);
 
   const Scenario& mScenario;
@@ -168,6 +171,7 @@ class Parent {
   std::string mFailure, mNote, mLastLog;
   int mInterrupt = 0;
   bool mAbandoned = false;
+  std::chrono::steady_clock::time_point mNextProgress;
 };
 
 void Parent::OnRecord(RunChannel::Type type, std::string_view payload) {
@@ -210,13 +214,27 @@ void Parent::Pump(ChannelReader& reader, pid_t child, const std::function<bool()
         deadline - std::chrono::steady_clock::now());
     pollfd fds[2] = {{reader.fd(), POLLIN, 0}, {Interrupts::Fd(), POLLIN, 0}};
     int ready = poll(fds, asked || fds[1].fd < 0 ? 1 : 2,
-                     asked ? static_cast<int>(std::max<int64_t>(0, left.count())) : -1);
+                     asked ? static_cast<int>(std::max<int64_t>(0, left.count())) : ProgressDue());
     if (ready < 0 && errno == EINTR) continue;
+    if (ready == 0 && !asked) continue;  // the progress line's turn
     if (ready == 0) kill(child, SIGKILL);
     if (ready <= 0) return;
     if (fds[0].revents != 0 && !reader.ReadSome(onRecord)) return;
     if (!asked) mAbandoned = abandon();
   }
+}
+
+// Calls onProgress when its time has come; returns the ms until the next
+// call, or -1 (wait for records alone) without one.
+int Parent::ProgressDue() {
+  if (!mOptions.onProgress) return -1;
+  auto now = std::chrono::steady_clock::now();
+  if (now >= mNextProgress) {
+    mOptions.onProgress(ClockMs(), mScenario.EndMs());
+    mNextProgress = now + kProgressPeriod;
+  }
+  auto left = std::chrono::duration_cast<std::chrono::milliseconds>(mNextProgress - now);
+  return static_cast<int>(std::max<int64_t>(1, left.count()));
 }
 
 int64_t Parent::ClockMs() const {
