@@ -95,16 +95,15 @@ TEST_F(PerfettoReplayTest, ErrorsNameTheFileAndTheLine) {
       "       3  TX - game#1 (pid 11)\n"
       "       2  TX - menu#2 (pid 11)\n"
       "       0  TX - dialog#3 (pid 13)";
+  const std::string corrupt =
+      ".pftrace: truncated or corrupt Perfetto trace (the packet at byte 4)";
   const std::pair<const char*, std::string> cases[] = {
       {"frames 0 plain.pftrace",
        "plain.pftrace: no FrameTimeline data in this Perfetto trace; record with the "
        "android.surfaceflinger.frametimeline data source"},
-      {"frames 0 truncated.pftrace",
-       "truncated.pftrace: truncated or corrupt Perfetto trace (the packet at byte 4)"},
-      {"frames 0 corrupt.pftrace",
-       "corrupt.pftrace: truncated or corrupt Perfetto trace (the packet at byte 4)"},
-      {"frames 0 badzlib.pftrace",
-       "badzlib.pftrace: truncated or corrupt Perfetto trace (the packet at byte 4)"},
+      {"frames 0 truncated.pftrace", "truncated" + corrupt},
+      {"frames 0 corrupt.pftrace", "corrupt" + corrupt},
+      {"frames 0 badzlib.pftrace", "badzlib" + corrupt},
       {"frames 0 dropped.pftrace",
        "dropped.pftrace: no layer has a presented frame in this Perfetto trace"},
       {"layer dialog\nframes 0 game.txt",

@@ -130,23 +130,21 @@ TEST(EventsFormatTest, TheComparisonAlignsEachMillisecondInOrder) {
     size_t matched;
     Lines differences;
   };
+  // clang-format off
   const Row rows[] = {
       {{node("a", "1"), node("b", "1")}, {node("a", "1"), node("b", "1")}, 2, {}},
-      {{node("a", "1"), node("b", "1"), node("c", "1")},
-       {node("a", "1"), node("c", "1")},
-       2,
+      {{node("a", "1"), node("b", "1"), node("c", "1")}, {node("a", "1"), node("c", "1")}, 2,
        {"missing b=1@5"}},
       {{node("a", "1")}, {node("x", "1"), node("a", "1")}, 1, {"extra x=1@5"}},
       {{node("a", "1"), node("b", "1")}, {node("a", "2"), node("b", "1")}, 1, {"changed a=2@5"}},
       // Swapped: one matches, the other is extra before it and missing after.
-      {{node("a", "1"), node("b", "1")},
-       {node("b", "1"), node("a", "1")},
-       1,
+      {{node("a", "1"), node("b", "1")}, {node("b", "1"), node("a", "1")}, 1,
        {"extra b=1@5", "missing b=1@5"}},
       // Events match only at their own time, whatever order they come in.
       {{node("a", "1", 5), node("a", "1", 6)}, {node("a", "1", 6)}, 1, {"missing a=1@5"}},
       {{node("a", "1", 5), node("b", "1", 6)}, {node("b", "1", 6), node("a", "1", 5)}, 2, {}},
   };
+  // clang-format on
   for (const Row& row : rows) {
     size_t matched = 0;
     EXPECT_EQ(Compare(row.expected, row.recorded, &matched), row.differences);
