@@ -1,9 +1,9 @@
 // The simulator's overhead against the plug-in's own work, both measured in
 // each iteration so that their ratio is not skewed by this machine's load:
-//  - the plug-in withTimeline: the stepped runner driving the feature, nothing
+//  - the plug-in alone: the stepped runner driving the feature, nothing
 //    recorded, its nodes on a memory file system;
 //  - the engine: Simulator::Run in this process into a sink that keeps
-//    nothing (the private folder where PrivateSysfs puts it: TMPDIR);
+//    nothing (the private folder where PrivateSysfs puts it: /dev/shm, or GORV_SIM_SYSFS_DIR);
 //  - the program: gorv-sim run as a user runs it, the timeline going to
 //    /dev/null; and with every output (events, trace, plot, summary).
 // Two workloads: a virtual day of a game at 60 fps (432 000 rounds) and

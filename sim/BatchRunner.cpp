@@ -225,16 +225,25 @@ BatchResult RunAll(const Plan& plan, const BatchRunner::Request& request,
   BatchResult result;
   std::vector<double> seconds(plan.scenarios.size());  // each written by the scenario's task
   Progress progress(plan.table && Progress::Wanted(request.quiet), 0);
+  // A single run longer than a second shows the virtual time it reached
+  // (on this thread: one scenario runs here).
+  Progress runProgress(!plan.table && Progress::Wanted(request.quiet), 1000);
+  ScenarioJob::Settings settings = request.settings;
+  if (!plan.table) {
+    settings.simulator.onProgress = [&runProgress](int64_t reachedMs, int64_t endMs) {
+      runProgress.Show(Progress::RunText(reachedMs, endMs));
+    };
+  }
   size_t failed = 0;
   progress.Show(Progress::BatchText(0, plan.scenarios.size(), failed));
   auto task = [&](size_t i) {
     auto begun = std::chrono::steady_clock::now();
-    ScenarioJob::Outcome outcome =
-        ScenarioJob::Run(plan.scenarios[i], plan.outputs[i], request.settings);
+    ScenarioJob::Outcome outcome = ScenarioJob::Run(plan.scenarios[i], plan.outputs[i], settings);
     seconds[i] = SecondsSince(begun);
     return outcome;
   };
   auto done = [&](size_t i, const ScenarioJob::Outcome& outcome) {
+    runProgress.Clear();
     (*cases)[i] = {Stem(plan.scenarios[i]), outcome, seconds[i]};
     result.outcomes.push_back(outcome);
     failed += outcome.status != ExitStatus::kDone;

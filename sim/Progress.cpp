@@ -2,6 +2,8 @@
 
 #include <unistd.h>
 
+#include "sim/SimWords.h"
+
 Progress::Progress(bool enabled, int64_t delayMs) : mEnabled(enabled), mDelayMs(delayMs) {}
 
 bool Progress::Wanted(bool quiet) { return !quiet && isatty(STDERR_FILENO) == 1; }
@@ -37,6 +39,11 @@ void Progress::Show(const std::string& text) {
 }
 
 void Progress::Clear() { WriteError(Finish()); }
+
+std::string Progress::RunText(int64_t reachedMs, int64_t endMs) {
+  return "gorv-sim: " + SimWords::Seconds(reachedMs) + " s of " + SimWords::Seconds(endMs) +
+         " s of virtual time";
+}
 
 std::string Progress::BatchText(size_t done, size_t total, size_t failed) {
   return "gorv-sim: " + std::to_string(done) + " of " + std::to_string(total) +

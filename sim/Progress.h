@@ -37,6 +37,8 @@ class Progress {
 
   // "gorv-sim: DONE of TOTAL scenarios done, FAILED failed".
   static std::string BatchText(size_t done, size_t total, size_t failed);
+  // "gorv-sim: REACHED s of END s of virtual time".
+  static std::string RunText(int64_t reachedMs, int64_t endMs);
 
  private:
   bool mEnabled;

@@ -81,11 +81,8 @@ TEST(HostEnvTest, NodesAreTruncatedAndAMissingDirectoryIsNotReported) {
   EXPECT_EQ(env().WriteNode(kFpsNode, "120", 3), gorv::NodeFile::Outcome::kWritten);
   EXPECT_EQ(env().WriteNode(kFpsNode, "60", 2), gorv::NodeFile::Outcome::kWritten);
   EXPECT_EQ(sysfs.Read(kFpsNode), "60");
-  ASSERT_EQ(env().NodeWrites().size(), 2u);
-  EXPECT_EQ(env().NodeWrites()[1].text, "60");
   sysfs.RemoveNodeDirectory();
   EXPECT_EQ(env().WriteNode(kFpsNode, "60", 2), gorv::NodeFile::Outcome::kUnopened);
-  EXPECT_EQ(env().NodeWrites().size(), 2u);
   sysfs.CreateNodeDirectory();
   env().SetRecordEvents(false);
   env().WriteNode(kFpsNode, "1", 1);

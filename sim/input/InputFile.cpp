@@ -1,5 +1,6 @@
 #include "sim/input/InputFile.h"
 
+#include <android-base/unique_fd.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -12,21 +13,6 @@
 #include "sim/TextEscape.h"
 
 namespace {
-
-// Closes the descriptor when the read ends, whichever way.
-class Descriptor {
- public:
-  explicit Descriptor(int fd) : mFd(fd) {}
-  ~Descriptor() {
-    if (mFd >= 0) close(mFd);
-  }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  int get() const { return mFd; }
-
- private:
-  int mFd;
-};
 
 const char* KindOf(mode_t mode) {
   if (S_ISDIR(mode)) return "a folder";
@@ -52,7 +38,7 @@ bool InputFile::Read(const std::string& path, const std::string& what, size_t ma
                      size_t headBytes, std::string* bytes, std::string* error) {
   std::string name = TextEscape::Terminal(path);
   // Non-blocking, so that opening a FIFO without a writer returns at once.
-  Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+  android::base::unique_fd file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
   struct stat status {};
   if (file.get() < 0 || fstat(file.get(), &status) != 0) {
     *error = name + ": cannot open the " + what + " (" + SystemError::Text(errno) + ")";

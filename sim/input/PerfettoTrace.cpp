@@ -346,7 +346,7 @@ bool RecognisesPerfetto(std::string_view head) {
 bool ReadPerfetto(const Source& source, Frames* frames, std::string* error) {
   std::vector<PerfettoTrace::Layer> layers;
   if (!PerfettoTrace::Read(source.path, &layers, error)) return false;
-  const PerfettoTrace::Layer* layer = Choose(source.path, layers, source.layer, error);
+  PerfettoTrace::Layer* layer = Choose(source.path, layers, source.layer, error);
   if (layer == nullptr) return false;
   frames->frames = std::move(layer->frames);
   frames->janky = std::move(layer->janky);

@@ -1,11 +1,11 @@
 #include "sim/output/OutputFile.h"
 
 #include <fcntl.h>
-#include <limits.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
 #include <cstring>
 
 #include "sim/SystemError.h"

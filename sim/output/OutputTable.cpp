@@ -28,12 +28,13 @@ const std::vector<Row>& Rows() {
   static const std::vector<Row> kRows = {
       {"--events", kExpectSuffix, "write every effect as JSON lines to FILE (- stdout)",
        Make<JsonLinesWriter>},
-      {"--trace", ".trace.json", "write a Chrome/Perfetto trace to FILE (- stdout)",
+      {"--trace", ".trace.json", "write a Chrome JSON trace to FILE (- stdout)",
        Make<ChromeTraceWriter>},
       {"--plot", ".svg", "write an SVG plot to FILE (- stdout)", Make<SvgPlotWriter>},
       {"--summary-json", ".summary.json", "write the summary as JSON to FILE (- stdout)",
        MakeSummary},
-      {"--perfetto", ".perfetto-trace", "write a binary Perfetto trace to FILE (- stdout)",
+      {"--perfetto", ".perfetto-trace",
+       "write a Perfetto trace to FILE, over the replayed device trace if any (- stdout)",
        Make<PerfettoWriter>},
   };
   return kRows;

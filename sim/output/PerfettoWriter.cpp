@@ -170,8 +170,8 @@ void WriteRecord(std::ostream& out, const std::string& packet) {
 // Writes the plug-in's packets on one sequence, on the chosen clock.
 class PerfettoWriter::State {
  public:
-  State(const RunInfo& info, std::ostream& out, std::string* error) : mOut(out) {
-    mMeasured = info.measured;
+  State(const RunInfo& info, std::ostream& out, std::string* error)
+      : mOut(out), mMeasured(info.measured) {
     if (info.replays.empty()) return;
     const RunInfo::Replay& replay = info.replays.front();
     DeviceFacts facts;

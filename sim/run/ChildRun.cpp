@@ -1,5 +1,6 @@
 #include "sim/run/ChildRun.h"
 
+#include <android-base/unique_fd.h>
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/mman.h>
@@ -29,6 +30,8 @@ constexpr int kExceptionExit = 3;
 // How long a child asked to stop may take before it is killed: the plug-in
 // may be stuck in a call of its own.
 constexpr std::chrono::milliseconds kStopGrace(5000);
+// How often a progress line learns the virtual time reached.
+constexpr std::chrono::milliseconds kProgressPeriod(100);
 
 // In the child only (a process of its own): its end of the channel, for its
 // terminate handler.
@@ -58,24 +61,6 @@ class SharedMapping {
 
  private:
   Shared* mShared = nullptr;
-};
-
-// Owns a descriptor.
-class Descriptor {
- public:
-  explicit Descriptor(int fd = -1) : mFd(fd) {}
-  ~Descriptor() { Reset(); }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  int get() const { return mFd; }
-  int Release() { return std::exchange(mFd, -1); }
-  void Reset() {
-    if (mFd >= 0) close(mFd);
-    mFd = -1;
-  }
-
- private:
-  int mFd;
 };
 
 // In the child: a fatal signal first writes out the events still buffered,
@@ -174,6 +159,7 @@ class Parent {
   void OnRecord(RunChannel::Type type, std::string_view payload);
   void Pump(ChannelReader& reader, pid_t child, const std::function<bool()>& abandon);
   int64_t ClockMs() const;
+  int ProgressDue();
   StopReport::Facts Finish(int status);
 
   const Scenario& mScenario;
@@ -186,6 +172,7 @@ class Parent {
   std::string mFailure, mNote, mLastLog;
   int mInterrupt = 0;
   bool mAbandoned = false;
+  std::chrono::steady_clock::time_point mNextProgress;
 };
 
 void Parent::OnRecord(RunChannel::Type type, std::string_view payload) {
@@ -228,13 +215,27 @@ void Parent::Pump(ChannelReader& reader, pid_t child, const std::function<bool()
         deadline - std::chrono::steady_clock::now());
     pollfd fds[2] = {{reader.fd(), POLLIN, 0}, {Interrupts::Fd(), POLLIN, 0}};
     int ready = poll(fds, asked || fds[1].fd < 0 ? 1 : 2,
-                     asked ? static_cast<int>(std::max<int64_t>(0, left.count())) : -1);
+                     asked ? static_cast<int>(std::max<int64_t>(0, left.count())) : ProgressDue());
     if (ready < 0 && errno == EINTR) continue;
+    if (ready == 0 && !asked) continue;  // the progress line's turn
     if (ready == 0) kill(child, SIGKILL);
     if (ready <= 0) return;
     if (fds[0].revents != 0 && !reader.ReadSome(onRecord)) return;
     if (!asked) mAbandoned = abandon();
   }
+}
+
+// Calls onProgress when its time has come; returns the ms until the next
+// call, or -1 (wait for records alone) without one.
+int Parent::ProgressDue() {
+  if (!mOptions.onProgress) return -1;
+  auto now = std::chrono::steady_clock::now();
+  if (now >= mNextProgress) {
+    mOptions.onProgress(ClockMs(), mScenario.EndMs());
+    mNextProgress = now + kProgressPeriod;
+  }
+  auto left = std::chrono::duration_cast<std::chrono::milliseconds>(mNextProgress - now);
+  return static_cast<int>(std::max<int64_t>(1, left.count()));
 }
 
 int64_t Parent::ClockMs() const {
@@ -289,7 +290,7 @@ StopReport::Facts Parent::Run(PrivateSysfs& sysfs, const std::function<bool()>& 
                           "cannot start the run: " + SystemError::Text(errno));
   }
   ChannelReader reader(ends[0]);
-  Descriptor writeEnd(ends[1]);
+  android::base::unique_fd writeEnd(ends[1]);
   mShared = shared.get();
   mOptions.clockMs = &mShared->clockMs;
   mOptions.stop = &mShared->stop;
@@ -300,9 +301,9 @@ StopReport::Facts Parent::Run(PrivateSysfs& sysfs, const std::function<bool()>& 
   std::fflush(nullptr);
   mStarted = std::chrono::steady_clock::now();
   pid_t child = fork();
-  if (child == 0) RunChild(mScenario, mOptions, sysfs, writeEnd.Release());
+  if (child == 0) RunChild(mScenario, mOptions, sysfs, writeEnd.release());
   int forkError = errno;
-  writeEnd.Reset();
+  writeEnd.reset();
   forking.unlock();
   if (child < 0) {
     return StopReport::Of(StopReport::Kind::Failed, 0,

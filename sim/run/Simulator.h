@@ -9,6 +9,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -30,6 +31,10 @@ class Simulator {
     // the virtual time it has reached, between two steps: the feature is
     // destroyed and End comes with that time.
     const std::atomic<bool>* stop = nullptr;
+    // When set, the supervisor (ChildRun) calls it on its own thread about
+    // every 100 ms with the virtual time reached and the run's end, ms (a
+    // progress line).
+    std::function<void(int64_t reachedMs, int64_t endMs)> onProgress = nullptr;
   };
 
   // Runs `scenario` into `sink` (Begin, every event, End), with the

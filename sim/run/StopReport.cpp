@@ -5,14 +5,9 @@
 #include <utility>
 
 #include "sim/ExitStatus.h"
+#include "sim/SimWords.h"
 
 namespace {
-
-std::string Seconds(int64_t ms) {
-  char text[32];
-  std::snprintf(text, sizeof(text), "%.3f", static_cast<double>(ms) / 1000.0);
-  return text;
-}
 
 // How the plug-in ended its process.
 std::string HowItEnded(const StopReport::Facts& facts) {
@@ -25,7 +20,7 @@ std::string HowItEnded(const StopReport::Facts& facts) {
 }
 
 std::string PluginEndedLine(const StopReport::Facts& facts) {
-  std::string message = "the plug-in ended the run at " + Seconds(facts.reachedMs) +
+  std::string message = "the plug-in ended the run at " + SimWords::Seconds(facts.reachedMs) +
                         " s of virtual time with " + HowItEnded(facts);
   message += facts.lastLog.empty() ? "; it logged nothing before"
                                    : "; its last log line: \"" + facts.lastLog + "\"";

@@ -148,6 +148,11 @@ TEST_F(SimulatorCorpusTest, ProgressOnlyOnATerminalAndNotWhenQuiet) {
   EXPECT_EQ(shown.substr(shown.size() - 4), "\r\x1b[K") << shown;
   EXPECT_EQ(OnTerminal(dir, "c --quiet"), "");
   EXPECT_EQ(Sim("c").err, "");
+  // A single run past a second of real time shows the virtual time reached.
+  Write("slow.scn", "end 1500\n");
+  shown = OnTerminal(dir, "slow.scn --realtime");
+  EXPECT_NE(shown.find(" s of 1.500 s of virtual time\x1b[K"), std::string::npos) << shown;
+  EXPECT_EQ(shown.substr(shown.size() - 4), "\r\x1b[K") << shown;
 }
 
 TEST_F(SimulatorCorpusTest, JobsKeepEachScenarioWholeInOrderWithTheSameTable) {

@@ -13,8 +13,6 @@
 
 #include "tests/support/SimFolderTest.h"
 
-extern char** environ;
-
 namespace {
 
 using SimulatorSignalsTest = SimFolderTest;

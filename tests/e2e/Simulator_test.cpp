@@ -23,13 +23,18 @@ using Lines = std::vector<std::string>;
 
 class SimulatorTest : public SimFolderTest {
  protected:
-  // Runs a scenario text; the events as --events writes them, source lines
-  // of log messages masked as N.
-  Lines Events(const std::string& text) {
+  // The scenario of `text`, read as if from a file of the folder.
+  Scenario Parsed(const std::string& text) {
     Scenario scenario;
     std::string error;
     EXPECT_TRUE(ScenarioParser::Parse("test.scn", dir, text, &scenario, &error)) << error;
-    EXPECT_TRUE(Simulator::Run(scenario, {GORV_PLUGIN_PATH, false}, &result, &error)) << error;
+    return scenario;
+  }
+  // Runs a scenario text; the events as --events writes them, source lines
+  // of log messages masked as N.
+  Lines Events(const std::string& text) {
+    std::string error;
+    EXPECT_TRUE(Simulator::Run(Parsed(text), {GORV_PLUGIN_PATH, false}, &result, &error)) << error;
     std::ostringstream out;
     result.WriteAs<JsonLinesWriter>(out);
     Lines lines;
@@ -43,18 +48,6 @@ class SimulatorTest : public SimFolderTest {
 
 constexpr const char* kInitialized =
     R"J({"t":0,"event":"log","priority":6,"tag":"ANDR-PERF-LM","message":"GORV_FEATURE: GorvFeature() N: Initialized  GORV(rev. v1.00)"})J";
-
-TEST_F(SimulatorTest, TheWorkedExample) {
-  EXPECT_EQ(
-      Events(kSession),
-      (Lines{
-          kInitialized,
-          R"J({"t":1000,"event":"node","path":"/sys/kernel/sched_penalty/parameters/target_pid","value":"4242"})J",
-          R"J({"t":1000,"event":"perf_lock_acquire","handle":1,"resources":[1149239296,1]})J",
-          R"J({"t":1600,"event":"node","path":"/sys/kernel/sched_penalty/parameters/fps","value":"60"})J",
-          R"J({"t":5000,"event":"perf_lock_release","handle":1})J"}));
-  EXPECT_EQ(result.end.sessionMs, 4000);
-}
 
 TEST_F(SimulatorTest, FaultsOnTheLockAndTheNodes) {
   // The failed acquisition returns -1, which is also "none held", so the
@@ -105,13 +98,9 @@ TEST_F(SimulatorTest, TraceCountersAndMeterMarkers) {
 }
 
 TEST_F(SimulatorTest, RestOfTheLineIsTakenVerbatim) {
-  Scenario scenario;
-  std::string error;
-  ASSERT_TRUE(ScenarioParser::Parse("x.scn", dir,
-                                    "property a.b  two blanks \nproperty empty\nignore \n"
-                                    "ignore /.Bench mark\nmeter Gpu Busy\napp p 2 7\n",
-                                    &scenario, &error))
-      << error;
+  Scenario scenario = Parsed(
+      "property a.b  two blanks \nproperty empty\nignore \n"
+      "ignore /.Bench mark\nmeter Gpu Busy\napp p 2 7\n");
   EXPECT_EQ(scenario.properties, (std::vector<std::pair<std::string, std::string>>{
                                      {"a.b", " two blanks "}, {"empty", ""}}));
   EXPECT_EQ(scenario.ignoreList, (Lines{"", "/.Bench mark"}));
@@ -124,11 +113,7 @@ TEST_F(SimulatorTest, ARecordedTimelineDrivesTheSource) {
   std::string frames;
   for (int i = 0; i < 120; ++i) frames += std::to_string(7000000000LL + i * 20000000LL) + "\n";
   Write("frames.txt", frames);
-  Scenario scenario;
-  std::string error;
-  ASSERT_TRUE(ScenarioParser::Parse("x.scn", dir, "fps 0 30\nframes 1000 frames.txt\nfps 5000 90\n",
-                                    &scenario, &error))
-      << error;
+  Scenario scenario = Parsed("fps 0 30\nframes 1000 frames.txt\nfps 5000 90\n");
   EXPECT_EQ(FrameRateModel::RateAt(scenario, 999), 30.0f);
   EXPECT_EQ(FrameRateModel::RateAt(scenario, 1000), 1.0f);   // the first frame sits at 1000
   EXPECT_EQ(FrameRateModel::RateAt(scenario, 2000), 50.0f);  // one frame every 20 ms
@@ -137,11 +122,7 @@ TEST_F(SimulatorTest, ARecordedTimelineDrivesTheSource) {
 }
 
 TEST_F(SimulatorTest, TheTraceAndThePlotOfTheBuiltInScenario) {
-  Scenario scenario;
-  std::string error;
-  ASSERT_TRUE(
-      ScenarioParser::Parse("built-in", ".", Simulator::BuiltInScenario(), &scenario, &error));
-  ASSERT_TRUE(Simulator::Run(scenario, {GORV_PLUGIN_PATH, false}, &result, &error)) << error;
+  Events(Simulator::BuiltInScenario());
 
   std::ostringstream trace;
   result.WriteAs<ChromeTraceWriter>(trace);

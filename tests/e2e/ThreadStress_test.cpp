@@ -5,7 +5,6 @@
 // checks the outcome.
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <limits>
 #include <random>
 #include <set>

@@ -63,6 +63,8 @@ TEST(CaptureFormatsTest, EachFormatIsRecognisedFromItsFirstBytes) {
       // Control bytes after a line feed, but no packet framing.
       {std::string("\n\x02\x01\x01\x07", 5), "frame times"},
       {"\n5000000\n6000000\x01\n", "frame times"},
+      // Text framed as a packet: a line feed, then "0" (48) and 48 bytes.
+      {"\n0" + std::string(47, '1') + "\n", "frame times"},
       {"", "frame times"},
   };
   for (const auto& [head, format] : rows) {
@@ -77,34 +79,26 @@ TEST(CaptureFormatsTest, TextCapturesAreReadAsTheirFormatSays) {
     Times frames;
     std::string error;
   };
+  const std::string notATime =
+      "expected a frame time in ns, an integer within the 64-bit range "
+      "(or a SurfaceFlinger --latency or gfxinfo framestats capture)";
+  // clang-format off
   const Row rows[] = {
       {kSurfaceFlinger, "SurfaceFlinger latency", {0, 16000000, 33000000}, ""},
       {kGfxinfo, "gfxinfo framestats", {0, 1000}, ""},
-      {"\xEF\xBB\xBF"
-       "5000000000\n\n5500000000\n6000000000\n",
-       "frame times",
-       {0, 500000000, 1000000000},
-       ""},
+      {"\xEF\xBB\xBF" "5000000000\n\n5500000000\n6000000000\n", "frame times",
+       {0, 500000000, 1000000000}, ""},
       {"-5\n9223372036854775790\n-9\n", "frame times", {0, 4, 9223372036854775799}, ""},
-      {"12\nabc\n",
-       "",
-       {},
-       "c:2: expected a frame time in ns, an integer within the 64-bit range (or a "
-       "SurfaceFlinger --latency or gfxinfo framestats capture)"},
-      {"9223372036854775808\n",
-       "",
-       {},
-       "c:1: expected a frame time in ns, an integer within the 64-bit range (or a "
-       "SurfaceFlinger --latency or gfxinfo framestats capture)"},
+      {"12\nabc\n", "", {}, "c:2: " + notATime},
+      {"9223372036854775808\n", "", {}, "c:1: " + notATime},
       {"16666666\n0 0 0\n", "", {}, "c: no frames in this SurfaceFlinger latency capture"},
       {"\n\n", "", {}, "c: no frames in this frame times capture"},
       {"5\n6\x01\n", "", {}, "c:2: control character 0x01 (only tabs are allowed)"},
-      {"-9223372036854775808\n9223372036854775807\n",
-       "",
-       {},
+      {"-9223372036854775808\n9223372036854775807\n", "", {},
        "c: the frame times span more than 2^63 ns; the capture is damaged"},
       {Trace({5000}), "", {}, "c: a Perfetto FrameTimeline capture is read from its file"},
   };
+  // clang-format on
   for (const Row& row : rows) {
     FrameTimeline timeline;
     std::string error;
@@ -180,11 +174,10 @@ TEST(CaptureFormatsTest, ACaptureNamedInSeveralWaysIsReadOncePerLayer) {
 }
 
 TEST(CaptureFormatsTest, FpsValuesAtTheFloatsLimits) {
-  const std::pair<const char*, float> rows[] = {
-      {"1e-40", 1e-40f},                        // a denormal, kept
-      {"1.2e-38", 1.2e-38f}, {"1e-50", 0.0f},   // below every float: the nearest, 0
-      {"0", 0.0f},           {"-1e-50", 0.0f},  // -0 underflowed: 0           {"3.4e38", 3.4e38f},
-  };
+  // A denormal is kept; below every float the nearest is 0, and -0 is 0.
+  const std::pair<const char*, float> rows[] = {{"1e-40", 1e-40f}, {"1.2e-38", 1.2e-38f},
+                                                {"1e-50", 0.0f},   {"0", 0.0f},
+                                                {"-1e-50", 0.0f},  {"3.4e38", 3.4e38f}};
   for (const auto& [value, fps] : rows) {
     Scenario scenario;
     std::string error;

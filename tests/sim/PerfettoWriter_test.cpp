@@ -5,7 +5,6 @@
 #include "sim/output/PerfettoWriter.h"
 
 #include <gtest/gtest.h>
-#include <zlib.h>
 
 #include <map>
 #include <sstream>
@@ -14,24 +13,20 @@
 #include "perfetto_trace.pb.h"
 #include "sim/input/ScenarioParser.h"
 #include "sim/run/Simulator.h"
+#include "tests/support/PerfettoTraceBuilder.h"
+#include "tests/support/SimEvents.h"
 #include "tests/support/TempFolder.h"
 
 namespace {
 
 namespace out = gorvsim::perfetto;
-namespace device = gorvsim::perfetto;
 
 constexpr uint64_t kMs = 1000000;
 
+// Events of the run; every lock call on handle 7.
 SimEvent Make(int64_t ms, SimEvent::Kind kind, const std::string& name = "",
               const std::string& text = "") {
-  SimEvent event;
-  event.tMs = ms;
-  event.kind = kind;
-  event.name = name;
-  event.text = text;
-  event.handle = 7;
-  return event;
+  return MakeEvent(ms, kind, name, text, 0, 7);
 }
 
 // The plug-in's packets (on `sequence`) as lines: "track ...", counters
@@ -128,28 +123,16 @@ TEST(PerfettoWriterTest, TracksValuesAndTimesOnTheBootClockUpToAStop) {
 // of one layer ending at 5.000 and 5.020 s and compressed packets, on
 // sequence 3. Sets the offset of its last packet.
 std::string DeviceTrace(size_t* lastPacketAt) {
-  device::Trace trace;
-  for (auto [cookie, end] : {std::pair{1, 5000 * kMs}, {2, 5020 * kMs}}) {
-    device::TracePacket* start = trace.add_packet();
-    start->set_timestamp(end - 8 * kMs);
-    auto* frame = start->mutable_frame_timeline_event()->mutable_actual_surface_frame_start();
-    frame->set_cookie(cookie);
-    frame->set_layer_name("TX - game#1");
-    frame->set_present_type(device::FrameTimelineEvent::PRESENT_ON_TIME);
-    device::TracePacket* finish = trace.add_packet();
-    finish->set_timestamp(end);
-    finish->mutable_frame_timeline_event()->mutable_frame_end()->set_cookie(cookie);
-  }
-  std::string empty(16, '\0');
-  uLongf size = empty.size();
-  compress(reinterpret_cast<Bytef*>(empty.data()), &size, nullptr, 0);
-  trace.add_packet()->set_compressed_packets(empty.substr(0, size));
-  for (device::TracePacket& packet : *trace.mutable_packet()) {
+  TraceBuilder device;
+  device.Frame("TX - game#1", 1, 4992 * kMs, 5000 * kMs);
+  device.Frame("TX - game#1", 2, 5012 * kMs, 5020 * kMs);
+  device.trace.add_packet()->set_compressed_packets(Deflate(""));
+  for (auto& packet : *device.trace.mutable_packet()) {
     packet.set_timestamp_clock_id(6);
     packet.mutable_unknown_fields()->append("\x50\x03");  // trusted_packet_sequence_id 3
   }
-  std::string bytes = std::string("\x0a\x82\x00\x50\x01", 5) + trace.SerializeAsString();
-  *lastPacketAt = bytes.size() - 2 - trace.packet(4).ByteSizeLong();
+  std::string bytes = std::string("\x0a\x82\x00\x50\x01", 5) + device.Bytes();
+  *lastPacketAt = bytes.size() - 2 - device.trace.packet(4).ByteSizeLong();
   return bytes;
 }
 

@@ -8,23 +8,16 @@
 #include <utility>
 #include <vector>
 
+#include "tests/support/SimEvents.h"
+
 namespace {
 
 SimEvent Lock(int64_t ms, SimEvent::Kind kind, int32_t handle) {
-  SimEvent event;
-  event.tMs = ms;
-  event.kind = kind;
-  event.handle = handle;
-  return event;
+  return MakeEvent(ms, kind, "", "", 0, handle);
 }
 
 SimEvent Fps(int64_t ms, const std::string& text) {
-  SimEvent event;
-  event.tMs = ms;
-  event.kind = SimEvent::Kind::Node;
-  event.name = "/sys/kernel/sched_penalty/parameters/fps";
-  event.text = text;
-  return event;
+  return MakeEvent(ms, SimEvent::Kind::Node, "/sys/kernel/sched_penalty/parameters/fps", text);
 }
 
 TEST(RunSummaryTest, LockSpansAreTheUnionOfTheHandlesHeldAndEndWithTheRun) {

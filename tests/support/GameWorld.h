@@ -3,7 +3,6 @@
 // source and a temporary sysfs root. Each test gets a fresh world.
 #pragma once
 
-#include <map>
 #include <memory>
 #include <string>
 #include <vector>
