@@ -11,7 +11,7 @@
 #include "perfetto_trace.pb.h"
 #include "sim/input/CaptureFormats.h"
 #include "sim/input/ScenarioParser.h"
-#include "sim/run/Simulator.h"
+#include "sim/run/RunEngine.h"
 
 namespace {
 
@@ -105,7 +105,7 @@ void BM_SimulatorRun(benchmark::State& state) {
     RunResult result;
     std::string error;
     if (!ScenarioParser::Parse("bench.scn", "/", text, &scenario, &error) ||
-        !Simulator::Run(scenario, {GORV_PLUGIN_PATH, false}, &result, &error)) {
+        !RunEngine::Run(scenario, {GORV_PLUGIN_PATH, false}, &result, &error)) {
       state.SkipWithError(error.c_str());
     }
   }

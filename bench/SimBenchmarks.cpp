@@ -2,7 +2,7 @@
 // each iteration so that their ratio is not skewed by this machine's load:
 //  - the plug-in alone: the stepped runner driving the feature, nothing
 //    recorded, its nodes on a memory file system;
-//  - the engine: Simulator::Run in this process into a sink that keeps
+//  - the engine: RunEngine::Run in this process into a sink that keeps
 //    nothing (the private folder where PrivateSysfs puts it: /dev/shm, or GORV_SIM_SYSFS_DIR);
 //  - the program: gorv-sim run as a user runs it, the timeline going to
 //    /dev/null; and with every output (events, trace, plot, summary).
@@ -29,7 +29,7 @@
 #include "host/framework/SteppedRunner.h"
 #include "host/platform/HostEnv.h"
 #include "sim/input/ScenarioParser.h"
-#include "sim/run/Simulator.h"
+#include "sim/run/RunEngine.h"
 
 namespace {
 
@@ -118,7 +118,7 @@ void BM_SimOverhead(benchmark::State& state) {
     engine += Seconds([&] {
       std::unique_ptr<PrivateSysfs> sysfs = PrivateSysfs::Make(&error);
       NullSink sink;
-      if (!sysfs || !Simulator::Run(scenario, {GORV_PLUGIN_PATH, false}, *sysfs, sink, &error)) {
+      if (!sysfs || !RunEngine::Run(scenario, {GORV_PLUGIN_PATH, false}, *sysfs, sink, &error)) {
         state.SkipWithError(error.c_str());
       }
     });

@@ -22,7 +22,7 @@
 #include "sim/output/JsonLinesWriter.h"
 #include "sim/output/SvgPlotWriter.h"
 #include "sim/output/TimelinePrinter.h"
-#include "sim/run/Simulator.h"
+#include "sim/run/RunEngine.h"
 
 namespace {
 
@@ -42,7 +42,7 @@ const std::string& CaptureDirectory() {
 
 RunResult RunOf(const Scenario& scenario, const std::string& logText) {
   RunResult result;
-  result.info = Simulator::InfoOf(scenario);
+  result.info = RunEngine::InfoOf(scenario);
   SimEvent log;
   log.kind = SimEvent::Kind::Log;
   log.text = logText;

@@ -3,7 +3,7 @@
 // in name order).
 //
 // Each scenario runs in a child process of its own (ScenarioJob,
-// ChildRun), so every run starts from a fresh plug-in and platform; `jobs`
+// RunSupervisor), so every run starts from a fresh plug-in and platform; `jobs`
 // of them at once (ParallelBatch). The timelines and errors come in the
 // order given, each whole: with one job as they happen, with more as each
 // scenario and every earlier one are done. With several scenarios, or a

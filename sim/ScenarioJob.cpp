@@ -11,7 +11,7 @@
 #include "sim/output/OutputFile.h"
 #include "sim/output/RunSummary.h"
 #include "sim/output/TimelinePrinter.h"
-#include "sim/run/ChildRun.h"
+#include "sim/run/RunSupervisor.h"
 
 namespace {
 
@@ -102,7 +102,7 @@ struct OpenOutputs {
 
 bool ParseScenario(const std::string& path, Scenario* scenario, std::string* error) {
   return path.empty() ? ScenarioParser::Parse("built-in scenario", ".",
-                                              Simulator::BuiltInScenario(), scenario, error)
+                                              RunEngine::BuiltInScenario(), scenario, error)
                       : ScenarioParser::ParseFile(path, scenario, error);
 }
 
@@ -200,8 +200,8 @@ Outcome Run(const std::string& scenarioPath, const Outputs& paths, const Setting
     Conclude(StopReport::Of(StopReport::Kind::Failed), &outcome, outputs.error);
     return outcome;
   }
-  StopReport::Facts run = ChildRun::Run(scenario, settings.simulator, *sysfs, outputs.sinks,
-                                        [&outputs] { return outputs.PipeClosed(); });
+  StopReport::Facts run = RunSupervisor::Run(scenario, settings.simulator, *sysfs, outputs.sinks,
+                                             [&outputs] { return outputs.PipeClosed(); });
   outcome.written = outputs.Close();
   outcome.pipeClosed = run.kind == StopReport::Kind::OutputClosed || outputs.PipeClosed();
   outcome.ran = run.kind != StopReport::Kind::Failed;

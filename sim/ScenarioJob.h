@@ -1,8 +1,8 @@
 // One scenario's run with its outputs: the scenario and the expected events
 // read (bad input: nothing runs), the outputs opened, the run hosted in a
-// child (ChildRun) and streamed to every output as a sink, the outputs
+// child (RunSupervisor) and streamed to every output as a sink, the outputs
 // closed and checked. Errors go to standard error as "gorv-sim: ...".
-// Several jobs may run at once, in threads (ChildRun).
+// Several jobs may run at once, in threads (RunSupervisor).
 #pragma once
 
 #include <cstdint>
@@ -10,7 +10,7 @@
 
 #include "sim/check/EventComparator.h"
 #include "sim/output/OutputTable.h"
-#include "sim/run/Simulator.h"
+#include "sim/run/RunEngine.h"
 
 namespace ScenarioJob {
 
@@ -20,7 +20,7 @@ struct Outputs {
   std::string expect;  // the events file to check the run against; "" none
 };
 struct Settings {
-  Simulator::Options simulator;
+  RunEngine::Options simulator;
   EventComparator::Options comparison;
 };
 enum class Check { None, Pass, Fail };

@@ -16,7 +16,7 @@
 // Without SCENARIO the built-in scenario runs. FILE may be - for standard
 // output, or a folder for files named after each scenario (BatchRunner);
 // the human timeline goes to standard output unless another output or the
-// check does. Each run happens in a child process (ChildRun) so that the
+// check does. Each run happens in a child process (RunSupervisor) so that the
 // plug-in ending its own process still leaves every output written up to
 // then. Exit status, the highest of the runs': 0 done (and matched); 1 the
 // plug-in could not be run, an output (or its folder) could not be written,

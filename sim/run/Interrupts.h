@@ -2,7 +2,7 @@
 // Every signal whose default action ends a process and that can be caught
 // is turned into a note: the first one caught is kept (Caught()) and a
 // pipe becomes readable and stays so (Fd()), for every loop that waits
-// (ChildRun's, an output stalled on a pipe) to poll beside its own work.
+// (RunSupervisor's, an output stalled on a pipe) to poll beside its own work.
 // Nothing is per run: several runs in threads share the one note and each
 // stops its own child. SIGPIPE and SIGXFSZ that a write of this process
 // raised itself are left to the write, which sees EPIPE or EFBIG; sent by

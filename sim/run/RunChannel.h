@@ -1,4 +1,4 @@
-// The pipe between a run's child and its parent (ChildRun): the child sends
+// The pipe between a run's child and its parent (RunSupervisor): the child sends
 // records (events, the end, a failure, a note), the parent reads them back
 // (ChannelReader).
 // A record is a type byte, a 32-bit payload length and the payload; numbers

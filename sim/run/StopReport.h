@@ -1,7 +1,7 @@
 // The words a user reads about how a run ended, all from here: the reason
 // the outputs' `stopped` line gives, the line on standard error, the word
 // in a batch's table and the exit status. They are made from the facts the
-// run host (ChildRun) and the job (ScenarioJob) report. Free functions,
+// run host (RunSupervisor) and the job (ScenarioJob) report. Free functions,
 // any thread.
 #pragma once
 

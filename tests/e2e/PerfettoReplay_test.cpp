@@ -13,7 +13,7 @@
 #include "sim/output/SummaryJsonWriter.h"
 #include "sim/output/SvgPlotWriter.h"
 #include "sim/output/TimelinePrinter.h"
-#include "sim/run/Simulator.h"
+#include "sim/run/RunEngine.h"
 #include "tests/support/PerfettoTraceBuilder.h"
 #include "tests/support/SimFolderTest.h"
 
@@ -123,7 +123,7 @@ TEST_F(PerfettoReplayTest, TheReportsMarkTheJankyFrames) {
   std::string error;
   ASSERT_TRUE(Parse("frames 1000 game.txt\nend 2000\n", &error)) << error;
   RunResult result;
-  ASSERT_TRUE(Simulator::Run(scenario, {GORV_PLUGIN_PATH, false}, &result, &error)) << error;
+  ASSERT_TRUE(RunEngine::Run(scenario, {GORV_PLUGIN_PATH, false}, &result, &error)) << error;
   EXPECT_EQ(result.info.jankyMs, (Times{1000, 1350}));
 
   std::ostringstream timeline, plot, trace;

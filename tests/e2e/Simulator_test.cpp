@@ -1,8 +1,6 @@
 // gorv-sim: scenarios replayed through the real libgorv.so, with expected
 // event streams worked out by hand; the scenario language's verbatim rest of
 // line; the frame-capture formats; the trace and plot outputs.
-#include "sim/run/Simulator.h"
-
 #include <map>
 #include <nlohmann/json.hpp>
 #include <sstream>
@@ -14,6 +12,7 @@
 #include "sim/output/ChromeTraceWriter.h"
 #include "sim/output/JsonLinesWriter.h"
 #include "sim/output/SvgPlotWriter.h"
+#include "sim/run/RunEngine.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/SimFolderTest.h"
 
@@ -34,7 +33,7 @@ class SimulatorTest : public SimFolderTest {
   // of log messages masked as N.
   Lines Events(const std::string& text) {
     std::string error;
-    EXPECT_TRUE(Simulator::Run(Parsed(text), {GORV_PLUGIN_PATH, false}, &result, &error)) << error;
+    EXPECT_TRUE(RunEngine::Run(Parsed(text), {GORV_PLUGIN_PATH, false}, &result, &error)) << error;
     std::ostringstream out;
     result.WriteAs<JsonLinesWriter>(out);
     Lines lines;
@@ -122,7 +121,7 @@ TEST_F(SimulatorTest, ARecordedTimelineDrivesTheSource) {
 }
 
 TEST_F(SimulatorTest, TheTraceAndThePlotOfTheBuiltInScenario) {
-  Events(Simulator::BuiltInScenario());
+  Events(RunEngine::BuiltInScenario());
 
   std::ostringstream trace;
   result.WriteAs<ChromeTraceWriter>(trace);

@@ -12,7 +12,7 @@
 
 #include "perfetto_trace.pb.h"
 #include "sim/input/ScenarioParser.h"
-#include "sim/run/Simulator.h"
+#include "sim/run/RunEngine.h"
 #include "tests/support/PerfettoTraceBuilder.h"
 #include "tests/support/SimEvents.h"
 #include "tests/support/TempFolder.h"
@@ -165,7 +165,7 @@ TEST(PerfettoWriterTest, DevicePacketsThenThePluginOnTheFramesClock) {
     if (!row.bytes.empty()) folder.Write("device.pftrace", row.bytes);
     std::ostringstream stream;
     PerfettoWriter writer(stream);
-    writer.Begin(Simulator::InfoOf(scenario));
+    writer.Begin(RunEngine::InfoOf(scenario));
     writer.Event(Make(1000, SimEvent::Kind::Node, "/sys/kernel/gorv/fps", "60"));
     writer.End({1500, 0, "interrupted by SIGINT"});
     EXPECT_EQ(writer.error(), row.error);

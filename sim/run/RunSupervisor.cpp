@@ -1,4 +1,4 @@
-#include "sim/run/ChildRun.h"
+#include "sim/run/RunSupervisor.h"
 
 #include <android-base/unique_fd.h>
 #include <fcntl.h>
@@ -124,7 +124,7 @@ class ChannelSink : public RunSink {
 };
 
 // The child's whole life: it never returns into the parent's code.
-[[noreturn]] void RunChild(const Scenario& scenario, const Simulator::Options& options,
+[[noreturn]] void RunChild(const Scenario& scenario, const RunEngine::Options& options,
                            PrivateSysfs& sysfs, int channel) noexcept {
   Interrupts::IgnoreInChild();
   prctl(PR_SET_PDEATHSIG, SIGKILL);
@@ -136,7 +136,7 @@ class ChannelSink : public RunSink {
     RunChannel::SetBuffered(!options.realtime);
     ChannelSink sink(channel);
     std::string error;
-    bool ran = Simulator::Run(scenario, options, sysfs, sink, &error);
+    bool ran = RunEngine::Run(scenario, options, sysfs, sink, &error);
     if (!ran) RunChannel::SendText(channel, RunChannel::Type::Failure, error);
     RunChannel::Flush();
     status = ran ? 0 : 1;
@@ -150,7 +150,7 @@ class ChannelSink : public RunSink {
 // The parent's side of one run.
 class Parent {
  public:
-  Parent(const Scenario& scenario, const Simulator::Options& options, RunSink& sink)
+  Parent(const Scenario& scenario, const RunEngine::Options& options, RunSink& sink)
       : mScenario(scenario), mOptions(options), mSink(sink) {}
 
   StopReport::Facts Run(PrivateSysfs& sysfs, const std::function<bool()>& abandon);
@@ -163,7 +163,7 @@ class Parent {
   StopReport::Facts Finish(int status);
 
   const Scenario& mScenario;
-  Simulator::Options mOptions;
+  RunEngine::Options mOptions;
   RunSink& mSink;
   Shared* mShared = nullptr;
   std::chrono::steady_clock::time_point mStarted;
@@ -294,7 +294,7 @@ StopReport::Facts Parent::Run(PrivateSysfs& sysfs, const std::function<bool()>& 
   mShared = shared.get();
   mOptions.clockMs = &mShared->clockMs;
   mOptions.stop = &mShared->stop;
-  mSink.Begin(Simulator::InfoOf(mScenario));
+  mSink.Begin(RunEngine::InfoOf(mScenario));
   // What this process has buffered must not be written again by the child.
   std::cout.flush();
   std::cerr.flush();
@@ -318,12 +318,12 @@ StopReport::Facts Parent::Run(PrivateSysfs& sysfs, const std::function<bool()>& 
 
 }  // namespace
 
-namespace ChildRun {
+namespace RunSupervisor {
 
-StopReport::Facts Run(const Scenario& scenario, const Simulator::Options& options,
+StopReport::Facts Run(const Scenario& scenario, const RunEngine::Options& options,
                       PrivateSysfs& sysfs, RunSink& sink, const std::function<bool()>& abandon) {
   Parent parent(scenario, options, sink);
   return parent.Run(sysfs, abandon);
 }
 
-}  // namespace ChildRun
+}  // namespace RunSupervisor

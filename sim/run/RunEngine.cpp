@@ -1,4 +1,4 @@
-#include "sim/run/Simulator.h"
+#include "sim/run/RunEngine.h"
 
 #include <android-base/properties.h>
 
@@ -89,7 +89,7 @@ class SessionClock {
   int64_t mTotal = 0;
 };
 
-Feature* CreateFeature(const Scenario& scenario, const Simulator::Options& options,
+Feature* CreateFeature(const Scenario& scenario, const RunEngine::Options& options,
                        std::string* error) {
   if (!PluginLoader::Load(options.pluginPath, error)) {
     *error = TextEscape::Terminal(*error);  // the path is the user's (GORV_PLUGIN)
@@ -101,11 +101,11 @@ Feature* CreateFeature(const Scenario& scenario, const Simulator::Options& optio
 // Thrown between two steps of a virtual run asked to stop.
 struct StopRequested {};
 
-bool StopAsked(const Simulator::Options& options) {
+bool StopAsked(const RunEngine::Options& options) {
   return options.stop != nullptr && options.stop->load();
 }
 
-bool RunVirtual(const Scenario& scenario, const Simulator::Options& options, PrivateSysfs& sysfs,
+bool RunVirtual(const Scenario& scenario, const RunEngine::Options& options, PrivateSysfs& sysfs,
                 RunSink& sink, std::string* error) {
   SteppedRunner runner(std::chrono::milliseconds(scenario.meterLatencyMs));
   int64_t end = scenario.EndMs();
@@ -143,7 +143,7 @@ bool RunVirtual(const Scenario& scenario, const Simulator::Options& options, Pri
 
 // Sleeps until `when` in short slices, looking for a stop request between
 // them; false when one came.
-bool SleepUntil(std::chrono::steady_clock::time_point when, const Simulator::Options& options) {
+bool SleepUntil(std::chrono::steady_clock::time_point when, const RunEngine::Options& options) {
   constexpr auto kSlice = std::chrono::milliseconds(20);
   for (auto now = std::chrono::steady_clock::now(); now < when;
        now = std::chrono::steady_clock::now()) {
@@ -153,7 +153,7 @@ bool SleepUntil(std::chrono::steady_clock::time_point when, const Simulator::Opt
   return !StopAsked(options);
 }
 
-bool RunRealtime(const Scenario& scenario, const Simulator::Options& options, PrivateSysfs& sysfs,
+bool RunRealtime(const Scenario& scenario, const RunEngine::Options& options, PrivateSysfs& sysfs,
                  RunSink& sink, std::string* error) {
   gorv::HostEnv::Get().UseRealClock();
   auto origin = std::chrono::steady_clock::now();
@@ -218,7 +218,7 @@ void NoteReplays(const Scenario& scenario, RunInfo* info) {
 
 }  // namespace
 
-bool Simulator::Run(const Scenario& scenario, const Options& options, PrivateSysfs& sysfs,
+bool RunEngine::Run(const Scenario& scenario, const Options& options, PrivateSysfs& sysfs,
                     RunSink& sink, std::string* error) {
   gorv::HostEnv::Get().Reset();
   // Effects go to the recorder's sink only: the env's own record would grow
@@ -233,7 +233,7 @@ bool Simulator::Run(const Scenario& scenario, const Options& options, PrivateSys
   return ran;
 }
 
-bool Simulator::Run(const Scenario& scenario, const Options& options, RunResult* result,
+bool RunEngine::Run(const Scenario& scenario, const Options& options, RunResult* result,
                     std::string* error) {
   std::unique_ptr<PrivateSysfs> sysfs = PrivateSysfs::Make(error);
   if (!sysfs) return false;
@@ -241,7 +241,7 @@ bool Simulator::Run(const Scenario& scenario, const Options& options, RunResult*
   return Run(scenario, options, *sysfs, collector, error);
 }
 
-RunInfo Simulator::InfoOf(const Scenario& scenario) {
+RunInfo RunEngine::InfoOf(const Scenario& scenario) {
   RunInfo info{scenario.name,
                scenario.EndMs(),
                FrameRateModel::MeasuredRates(scenario, scenario.EndMs()),
@@ -251,7 +251,7 @@ RunInfo Simulator::InfoOf(const Scenario& scenario) {
   return info;
 }
 
-const char* Simulator::BuiltInScenario() {
+const char* RunEngine::BuiltInScenario() {
   return R"(# A game session on a 60 Hz phone.
 property ro.vendor.perf.gorv true
 app com.example.game 2 4242

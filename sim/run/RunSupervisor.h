@@ -1,7 +1,7 @@
 // Hosts a run in a child process, so that the plug-in ending its process
 // (an abort on a checked overflow, a fatal signal, an exception escaping,
 // running out of memory) cannot take the outputs with it. The child loads
-// the plug-in and runs the Simulator, streaming each event over a pipe
+// the plug-in and runs the scenario (RunEngine), streaming each event over a pipe
 // (RunChannel); this process, the parent, hands them to the sink as they
 // come and notices how the child ended. The child never returns into the
 // caller: whatever happens in it ends it with _exit once it has said so.
@@ -21,17 +21,17 @@
 #include "sim/input/Scenario.h"
 #include "sim/output/RunSink.h"
 #include "sim/run/PrivateSysfs.h"
-#include "sim/run/Simulator.h"
+#include "sim/run/RunEngine.h"
 #include "sim/run/StopReport.h"
 
-namespace ChildRun {
+namespace RunSupervisor {
 
 // Runs `scenario` into `sink`: Begin, the events, then End in every kind of
 // end but Failed (End's `stopped` says why a run stopped early, in
 // StopReport's words). `abandon` is asked after each batch of events: true
 // (an output closed) stops the run as a signal does. Returns the facts for
 // StopReport: Completed, Failed, PluginEnded, Interrupted or OutputClosed.
-StopReport::Facts Run(const Scenario& scenario, const Simulator::Options& options,
+StopReport::Facts Run(const Scenario& scenario, const RunEngine::Options& options,
                       PrivateSysfs& sysfs, RunSink& sink, const std::function<bool()>& abandon);
 
-}  // namespace ChildRun
+}  // namespace RunSupervisor
