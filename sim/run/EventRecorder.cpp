@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <map>
 
 #include "host/platform/HostEnv.h"
 
@@ -24,29 +25,24 @@ struct RecorderHooks {
   }
 
   static void OnPlatform(EventRecorder* recorder, const gorv::HostEvent& effect) {
+    // The platform's effects as the run's events; a trace section's end is
+    // not one (its begin is).
+    using Host = gorv::HostEvent::Kind;
+    static const std::map<Host, SimEvent::Kind> kKinds = {
+        {Host::NodeWrite, SimEvent::Kind::Node},
+        {Host::PerfLockAcquire, SimEvent::Kind::LockAcquire},
+        {Host::PerfLockRelease, SimEvent::Kind::LockRelease},
+        {Host::TraceCounter, SimEvent::Kind::Counter},
+        {Host::TraceBegin, SimEvent::Kind::TraceSection},
+    };
+    auto kind = kKinds.find(effect.kind);
+    if (kind == kKinds.end()) return;
+    // The fields a kind does not use are empty in the platform's effect.
     SimEvent event;
-    switch (effect.kind) {
-      case gorv::HostEvent::Kind::NodeWrite:
-        event.kind = SimEvent::Kind::Node;
-        event.text = effect.text;
-        break;
-      case gorv::HostEvent::Kind::PerfLockAcquire:
-        event.kind = SimEvent::Kind::LockAcquire;
-        event.resources = effect.resources;
-        break;
-      case gorv::HostEvent::Kind::PerfLockRelease:
-        event.kind = SimEvent::Kind::LockRelease;
-        break;
-      case gorv::HostEvent::Kind::TraceCounter:
-        event.kind = SimEvent::Kind::Counter;
-        event.value = effect.value;
-        break;
-      case gorv::HostEvent::Kind::TraceBegin:
-        event.kind = SimEvent::Kind::TraceSection;
-        break;
-      case gorv::HostEvent::Kind::TraceEnd:
-        return;
-    }
+    event.kind = kind->second;
+    event.text = effect.text;
+    event.value = effect.value;
+    event.resources = effect.resources;
     event.name = effect.name;
     event.handle = effect.handle;
     recorder->Record(std::move(event));
