@@ -220,8 +220,23 @@ const HostileCase kHostileCases[] = {
 #undef LIMIT
 #undef IN_TMP
 
+// A run short of descriptors tests gorv-sim only where nothing else in its
+// process needs descriptors: AddressSanitizer's runtime opens a pipe for its
+// own memory checks, and an emulator (the Arm build's tests) opens files of
+// its own. Those rows run in the other builds.
+bool ShortOfDescriptorsCounts(const HostileCase& row) {
+#if defined(__SANITIZE_ADDRESS__)
+  constexpr bool kSanitized = true;
+#else
+  constexpr bool kSanitized = false;
+#endif
+  bool emulated = std::string(GORV_SIM_PATH).find(' ') != std::string::npos;
+  return row.environment.find("ulimit -n") == std::string::npos || !(kSanitized || emulated);
+}
+
 TEST_F(SimulatorHostileTest, HostileCasesEndWithTheirStatusAndLeaveNothingBehind) {
   for (const HostileCase& row : kHostileCases) {
+    if (!ShortOfDescriptorsCounts(row)) continue;
     TempFolder folder;
     const std::string& where = folder.path();
     for (const auto& [name, text] : row.files) folder.Write(name, text);
