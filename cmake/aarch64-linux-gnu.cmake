@@ -19,3 +19,7 @@ set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 # cross toolchain's loader with the multiarch libc, and every program that
 # starts a thread then spins forever.
 set(CMAKE_CROSSCOMPILING_EMULATOR qemu-aarch64)
+
+# pkg-config (which some find modules ask first, libxml2's among them) reads
+# the arm64 packages' .pc files, not the build machine's.
+set(ENV{PKG_CONFIG_LIBDIR} "/usr/lib/aarch64-linux-gnu/pkgconfig:/usr/share/pkgconfig")
