@@ -171,7 +171,7 @@ void PrintTable(const Plan& plan, const std::vector<ScenarioJob::Outcome>& outco
 
 // Leaves the scenarios of `shard` in the plan; false after saying so when
 // none is left.
-bool KeepShard(const Shard::Spec& shard, Plan* plan) {
+bool KeepShard(const Shard::Slice& shard, Plan* plan) {
   Plan kept = *plan;
   kept.scenarios.clear();
   kept.outputs.clear();

@@ -33,7 +33,7 @@ struct Request {
   std::vector<std::string> scenarios;  // files and folders; empty: the built-in scenario
   ScenarioJob::Outputs outputs;        // files, folders or "-"
   ScenarioJob::Settings settings;
-  Shard::Spec shard;   // the part of the batch to run: scenario i when i mod total is index
+  Shard::Slice shard;  // the part of the batch to run: scenario i when i mod total is index
   std::string junit;   // the JUnit XML report's file; "" none
   bool quiet = false;  // no progress line even on a terminal
   unsigned jobs = 1;   // scenarios run at once (ParallelBatch)

@@ -22,8 +22,8 @@ bool ParseCount(const std::string& text, size_t* value) {
   return parsed <= Shard::kMaxShards;
 }
 
-bool Valid(const Shard::Spec& spec) {
-  return spec.total >= 1 && spec.total <= Shard::kMaxShards && spec.index < spec.total;
+bool Valid(const Shard::Slice& slice) {
+  return slice.total >= 1 && slice.total <= Shard::kMaxShards && slice.index < slice.total;
 }
 
 const char kAccepted[] = "N from 1 to 1000000 and I from 0 to N-1";
@@ -31,8 +31,8 @@ const char kAccepted[] = "N from 1 to 1000000 and I from 0 to N-1";
 }  // namespace
 
 bool Shard::Choose(const std::string* option, const char* totalShards, const char* shardIndex,
-                   Spec* spec, std::string* error) {
-  Spec chosen;
+                   Slice* slice, std::string* error) {
+  Slice chosen;
   if (option != nullptr) {
     size_t slash = option->find('/');
     if (slash == std::string::npos || !ParseCount(option->substr(0, slash), &chosen.index) ||
@@ -50,13 +50,13 @@ bool Shard::Choose(const std::string* option, const char* totalShards, const cha
       return false;
     }
   }
-  *spec = chosen;
+  *slice = chosen;
   return true;
 }
 
-std::vector<size_t> Shard::Pick(size_t count, const Spec& spec) {
+std::vector<size_t> Shard::Pick(size_t count, const Slice& slice) {
   std::vector<size_t> picked;
-  for (size_t i = spec.index; i < count; i += spec.total) picked.push_back(i);
+  for (size_t i = slice.index; i < count; i += slice.total) picked.push_back(i);
   return picked;
 }
 

@@ -17,7 +17,7 @@
 namespace Shard {
 
 // Which shard this process runs: `index` from 0 to `total` - 1.
-struct Spec {
+struct Slice {
   size_t index = 0;
   size_t total = 1;
 };
@@ -29,11 +29,11 @@ constexpr size_t kMaxShards = 1000000;
 // by the environment's `totalShards` and `shardIndex` (null when unset).
 // False and `error` set (a whole message) when a value is not accepted, or
 // when only one of the two variables is set.
-bool Choose(const std::string* option, const char* totalShards, const char* shardIndex, Spec* spec,
-            std::string* error);
+bool Choose(const std::string* option, const char* totalShards, const char* shardIndex,
+            Slice* slice, std::string* error);
 
-// The positions, in order, of the scenarios among `count` that `spec` runs.
-std::vector<size_t> Pick(size_t count, const Spec& spec);
+// The positions, in order, of the scenarios among `count` that `slice` runs.
+std::vector<size_t> Pick(size_t count, const Slice& slice);
 
 // Creates `path` when missing (its content is left alone); false and
 // `error` set when it cannot be.

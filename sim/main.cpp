@@ -91,10 +91,10 @@ CLI::Option* AddCorpusOptions(CLI::App& app, BatchRunner::Request* request, std:
 
 // The shard from --shard or the environment (a usage error when neither is
 // right), and the shard status file touched when the environment names one.
-int SetUpShard(const std::string* option, Shard::Spec* spec) {
+int SetUpShard(const std::string* option, Shard::Slice* slice) {
   std::string error;
   if (!Shard::Choose(option, std::getenv("TEST_TOTAL_SHARDS"), std::getenv("TEST_SHARD_INDEX"),
-                     spec, &error)) {
+                     slice, &error)) {
     ErrorLine::Print(error);
     return ExitStatus::kBadInput;
   }
