@@ -46,6 +46,7 @@
 #include "sim/output/EventsFormat.h"
 #include "sim/output/OutputTable.h"
 #include "sim/run/Interrupts.h"
+#include "sim/run/RunProcess.h"
 
 namespace {
 
@@ -154,6 +155,8 @@ int Run(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  // Each run happens in a fresh exec of this program (RunProcess).
+  if (RunProcess::Asked(argc, argv)) RunProcess::Main(argc, argv);
   // Signals become a note every run and output looks at (Interrupts).
   Interrupts::Install();
   // Out of memory in the simulator itself is reported like any other

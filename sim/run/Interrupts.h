@@ -22,8 +22,9 @@ int Caught();
 // drained); -1 before Install(). Any thread; do not read or close it.
 int Fd();
 
-// In a forked child, before it runs anything: the signals are ignored (the
-// parent asks the child to stop), SIGPIPE ends it (its parent is gone).
+// In a run's process, from between its fork and its exec on: the signals
+// are ignored (gorv-sim asks the run to stop), SIGPIPE ends it (gorv-sim is
+// gone). Async-signal-safe.
 void IgnoreInChild();
 
 // Waits until `fd` can be written to without blocking on a full pipe, or a

@@ -70,7 +70,7 @@ std::unique_ptr<PrivateSysfs> PrivateSysfs::Make(std::string* error) {
   std::unique_ptr<PrivateSysfs> sysfs;
   if (reason == 0 && mkdtemp(pattern.data()) == nullptr) reason = errno;
   if (reason == 0) {
-    sysfs.reset(new PrivateSysfs(pattern));
+    sysfs.reset(new PrivateSysfs(pattern, true));
     sysfs->CreateNodes();
     reason = sysfs->CheckNodes();
   }
@@ -87,8 +87,12 @@ int PrivateSysfs::CheckNodes() const {
   return 0;
 }
 
+std::unique_ptr<PrivateSysfs> PrivateSysfs::Borrow(std::string path) {
+  return std::unique_ptr<PrivateSysfs>(new PrivateSysfs(std::move(path), false));
+}
+
 PrivateSysfs::~PrivateSysfs() {
-  if (mPath.empty()) return;
+  if (!mOwned || mPath.empty()) return;
   RemoveNodes();
   // The folders above the nodes, deepest first; rmdir takes no descriptor.
   std::string folder = mPath + kNodeDirectory;

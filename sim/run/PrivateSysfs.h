@@ -34,13 +34,14 @@ class PrivateSysfs {
   // nodes-missing faults).
   void CreateNodes();
   void RemoveNodes();
-  // Forgets the folder without removing it: a forked child calls this so
-  // that only the parent removes it.
-  void Release() { mPath.clear(); }
+  // Another process's folder at `path` (the run's process uses the one
+  // gorv-sim made): used as its own, never removed from here.
+  static std::unique_ptr<PrivateSysfs> Borrow(std::string path);
 
  private:
-  explicit PrivateSysfs(std::string path) : mPath(std::move(path)) {}
+  PrivateSysfs(std::string path, bool owned) : mPath(std::move(path)), mOwned(owned) {}
   // 0, or the errno value that says why a node file cannot be written.
   int CheckNodes() const;
-  std::string mPath;  // absolute, never empty while owned
+  std::string mPath;  // absolute
+  bool mOwned;        // removed when the object goes
 };

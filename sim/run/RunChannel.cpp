@@ -6,49 +6,13 @@
 #include <cerrno>
 #include <cstring>
 
+#include "sim/run/WireFormat.h"
+
 namespace {
 
-template <typename T>
-void Put(std::string* out, T value) {
-  out->append(reinterpret_cast<const char*>(&value), sizeof(value));
-}
-
-void PutText(std::string* out, std::string_view text) {
-  Put(out, static_cast<uint32_t>(text.size()));
-  out->append(text);
-}
-
-// Reads fields in order; any shortfall makes ok() false.
-class Cursor {
- public:
-  explicit Cursor(std::string_view data) : mData(data) {}
-  template <typename T>
-  T Get() {
-    T value{};
-    if (mData.size() < sizeof(T)) {
-      mOk = false;
-      return value;
-    }
-    std::memcpy(&value, mData.data(), sizeof(T));
-    mData.remove_prefix(sizeof(T));
-    return value;
-  }
-  std::string Text() {
-    auto size = Get<uint32_t>();
-    if (mData.size() < size) {
-      mOk = false;
-      return "";
-    }
-    std::string text(mData.substr(0, size));
-    mData.remove_prefix(size);
-    return text;
-  }
-  bool ok() const { return mOk; }
-
- private:
-  std::string_view mData;
-  bool mOk = true;
-};
+using WireFormat::Cursor;
+using WireFormat::Put;
+using WireFormat::PutText;
 
 bool WriteAll(int fd, const char* data, size_t size);
 bool WriteAll(int fd, const std::string& data) { return WriteAll(fd, data.data(), data.size()); }
@@ -139,6 +103,16 @@ void FlushFromSignal() {
   size_t size = gPending.size.load();
   if (size > 0) WriteAll(gPending.fd, gPending.data, size);
   gPending.size.store(0);
+}
+
+void SendNotStarted(int fd, int error) {
+  char record[kHeader + sizeof(int32_t)];
+  record[0] = static_cast<char>(Type::NotStarted);
+  auto size = static_cast<uint32_t>(sizeof(int32_t));
+  auto value = static_cast<int32_t>(error);
+  std::memcpy(record + 1, &size, sizeof(size));
+  std::memcpy(record + kHeader, &value, sizeof(value));
+  WriteAll(fd, record, sizeof(record));
 }
 
 bool DecodeEvent(std::string_view payload, SimEvent* event) {

@@ -19,6 +19,7 @@ enum class Type : uint8_t {
   End,        // a RunEnd: the run ended, or stopped when asked
   Failure,    // text: the plug-in could not be run
   Note,       // text: an exception that escaped, said before the child ends
+  NotStarted, // an int errno: the run's program could not be started
 };
 
 // Bytes before each payload: the type and the payload's length.
@@ -37,6 +38,9 @@ bool Flush();
 // Writes the whole records buffered so far; async-signal-safe, for the
 // child's fatal-signal handlers.
 void FlushFromSignal();
+// Sends NotStarted with `error`; async-signal-safe, for a forked process
+// whose exec failed.
+void SendNotStarted(int fd, int error);
 
 // Parent side: the payloads' decoders (false for a damaged payload).
 bool DecodeEvent(std::string_view payload, SimEvent* event);

@@ -3,148 +3,134 @@
 #include <android-base/unique_fd.h>
 #include <fcntl.h>
 #include <poll.h>
-#include <sys/mman.h>
+#include <pthread.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
-#include <cstdio>
-#include <exception>
-#include <iostream>
-#include <mutex>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <memory>
+#include <sstream>
+#include <string>
 #include <utility>
+#include <vector>
 
 #include "sim/SystemError.h"
 #include "sim/run/ChannelReader.h"
 #include "sim/run/Interrupts.h"
 #include "sim/run/RunChannel.h"
+#include "sim/run/RunMemory.h"
+#include "sim/run/RunProcess.h"
+#include "sim/run/RunRequest.h"
 
 namespace {
 
-// The child's exit status after an exception escaped (said over the channel).
-constexpr int kExceptionExit = 3;
 // How long a child asked to stop may take before it is killed: the plug-in
 // may be stuck in a call of its own.
 constexpr std::chrono::milliseconds kStopGrace(5000);
 // How often a progress line learns the virtual time reached.
 constexpr std::chrono::milliseconds kProgressPeriod(100);
 
-// In the child only (a process of its own): its end of the channel, for its
-// terminate handler.
-int gChannel = -1;
-
-// What parent and child share while a run lasts.
-struct Shared {
-  std::atomic<int64_t> clockMs{0};  // the virtual time reached
-  std::atomic<bool> stop{false};    // the parent asks the child to stop
+// This program's own file, opened once (close-on-exec): each run's process
+// is an exec of it, the very file that is running even if a new build has
+// replaced its path since.
+struct Program {
+  int fd = -1;
+  std::string error;  // why it could not be opened
 };
 
-// Owns the shared page.
-class SharedMapping {
- public:
-  SharedMapping() {
-    // An anonymous mapping takes no file: its descriptor is -1 by definition.
-    void* page = mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS,
-                      -1, 0);  // cppcheck-suppress invalidFunctionArg
-    if (page != MAP_FAILED) mShared = new (page) Shared();
-  }
-  ~SharedMapping() {
-    if (mShared != nullptr) munmap(mShared, sizeof(Shared));
-  }
-  SharedMapping(const SharedMapping&) = delete;
-  SharedMapping& operator=(const SharedMapping&) = delete;
-  Shared* get() const { return mShared; }
+const Program& OwnProgram() {
+  static const Program program = [] {
+    Program opened;
+    std::error_code failed;
+    std::filesystem::path path = std::filesystem::read_symlink("/proc/self/exe", failed);
+    opened.fd = failed ? -1 : open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (opened.fd < 0) {
+      opened.error = "cannot open gorv-sim's own program file to start the run: " +
+                     SystemError::Text(failed ? failed.value() : errno);
+    }
+    return opened;
+  }();
+  return program;
+}
 
- private:
-  Shared* mShared = nullptr;
+// What starts a run's process: the file to exec and its arguments.
+struct Command {
+  std::string file;
+  std::vector<std::string> arguments;
 };
 
-// In the child: a fatal signal first writes out the events still buffered,
-// then ends the process as it would have (the handler is reset on entry).
-void OnFatalSignal(int signal) {
-  RunChannel::FlushFromSignal();
-  raise(signal);
+// The program's file itself, named "gorv-sim" in its arguments; or, when
+// gorv-sim runs under a user-mode emulator that the kernel would not start
+// by itself, $GORV_SIM_EMULATOR's words (the emulator looked up in PATH
+// here: the forked process may not) then the program's file.
+Command CommandFor(int program, int channel, int memory) {
+  Command command;
+  command.file = "/proc/self/fd/" + std::to_string(program);
+  const char* set = std::getenv("GORV_SIM_EMULATOR");
+  std::istringstream emulator(set != nullptr ? set : "");
+  for (std::string word; emulator >> word;) command.arguments.push_back(word);
+  if (command.arguments.empty()) {
+    command.arguments.push_back("gorv-sim");
+  } else {
+    command.arguments.push_back(command.file);
+    command.file = command.arguments[0];
+  }
+  const char* path = std::getenv("PATH");
+  std::istringstream folders(path != nullptr ? path : "/usr/bin:/bin");
+  for (std::string folder; command.file.find('/') == std::string::npos &&
+                           std::getline(folders, folder, ':');) {
+    std::string candidate = (folder.empty() ? "." : folder) + "/" + command.file;
+    if (access(candidate.c_str(), X_OK) == 0) command.file = candidate;
+  }
+  for (std::string& argument : RunProcess::Arguments(channel, memory, program)) {
+    command.arguments.push_back(std::move(argument));
+  }
+  return command;
 }
 
-void CatchFatalSignals() {
-  struct sigaction action {};
-  action.sa_handler = &OnFatalSignal;
-  action.sa_flags = SA_RESETHAND | SA_NODEFER;
-  for (int signal : {SIGABRT, SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS}) {
-    sigaction(signal, &action, nullptr);
+// Starts the run's process: fork, then exec at once. Between the two only
+// async-signal-safe calls are made (another thread may hold any lock at the
+// fork), on arrays made before it. Signals are blocked across the fork so
+// that none reaches the new process before it ignores them (gorv-sim asks
+// it to stop). Returns its pid, or -1 with errno set.
+pid_t StartProcess(const Command& command, int channel, int memory, int program) {
+  std::vector<char*> argv;
+  for (const std::string& word : command.arguments) argv.push_back(const_cast<char*>(word.c_str()));
+  argv.push_back(nullptr);
+  sigset_t all, old;
+  sigfillset(&all);
+  pthread_sigmask(SIG_SETMASK, &all, &old);
+  pid_t pid = fork();
+  if (pid == 0) {
+    Interrupts::IgnoreInChild();
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    for (int fd : {channel, memory, program}) fcntl(fd, F_SETFD, 0);
+    sigprocmask(SIG_SETMASK, &old, nullptr);
+    execve(command.file.c_str(), argv.data(), environ);
+    RunChannel::SendNotStarted(channel, errno);
+    _exit(127);
   }
+  int error = errno;
+  pthread_sigmask(SIG_SETMASK, &old, nullptr);
+  errno = error;
+  return pid;
 }
 
-// The text of the exception being handled; "" when there is none.
-std::string CurrentExceptionText() noexcept {
-  try {
-    if (std::exception_ptr current = std::current_exception()) std::rethrow_exception(current);
-  } catch (const std::exception& e) {
-    return e.what();
-  } catch (...) {
-    return "an object that is not a std::exception";
+// The line for a run's process that could not be started.
+std::string NotStartedText(std::string_view payload, const std::string& file) {
+  int32_t error = 0;
+  if (payload.size() == sizeof(error)) std::memcpy(&error, payload.data(), sizeof(error));
+  std::string text = "cannot start the run: " + file + ": " + SystemError::Text(error);
+  if (error == ENOEXEC) {
+    text += " (gorv-sim runs under an emulator: set GORV_SIM_EMULATOR to its command)";
   }
-  return "";
-}
-
-// In the child: says which exception escaped, after the events before it.
-void ReportException(const std::string& text) noexcept {
-  try {
-    RunChannel::Flush();
-    RunChannel::SendText(gChannel, RunChannel::Type::Note, text);
-  } catch (...) {  // out of memory: the parent still sees the exit status
-  }
-}
-
-// In the child: an exception escaping on another thread (a real-time run's
-// feature threads) ends the child as one escaping on its own does.
-[[noreturn]] void OnTerminate() {
-  std::string text = CurrentExceptionText();
-  if (text.empty()) std::abort();
-  ReportException(text);
-  _exit(kExceptionExit);
-}
-
-// The child's sink: every event and the end go down the pipe.
-class ChannelSink : public RunSink {
- public:
-  explicit ChannelSink(int fd) : mFd(fd) {}
-  void Begin(const RunInfo& /*info*/) override {}
-  void Event(const SimEvent& event) override {
-    if (!RunChannel::SendEvent(mFd, event)) _exit(1);  // the parent is gone
-  }
-  void End(const RunEnd& end) override { RunChannel::SendEnd(mFd, end); }
-
- private:
-  int mFd;
-};
-
-// The child's whole life: it never returns into the parent's code.
-[[noreturn]] void RunChild(const Scenario& scenario, const RunEngine::Options& options,
-                           PrivateSysfs& sysfs, int channel) noexcept {
-  Interrupts::IgnoreInChild();
-  prctl(PR_SET_PDEATHSIG, SIGKILL);
-  gChannel = channel;
-  std::set_terminate(&OnTerminate);
-  CatchFatalSignals();
-  int status = 1;
-  try {
-    RunChannel::SetBuffered(!options.realtime);
-    ChannelSink sink(channel);
-    std::string error;
-    bool ran = RunEngine::Run(scenario, options, sysfs, sink, &error);
-    if (!ran) RunChannel::SendText(channel, RunChannel::Type::Failure, error);
-    RunChannel::Flush();
-    status = ran ? 0 : 1;
-  } catch (...) {
-    ReportException(CurrentExceptionText());
-    status = kExceptionExit;
-  }
-  _exit(status);
+  return text;
 }
 
 // The parent's side of one run.
@@ -165,11 +151,12 @@ class Parent {
   const Scenario& mScenario;
   RunEngine::Options mOptions;
   RunSink& mSink;
-  Shared* mShared = nullptr;
+  RunMemory::Shared* mShared = nullptr;
   std::chrono::steady_clock::time_point mStarted;
   bool mEnded = false;
   RunEnd mEnd;
   std::string mFailure, mNote, mLastLog;
+  std::string mCommandFile;  // what the run's process was exec'd from
   int mInterrupt = 0;
   bool mAbandoned = false;
   std::chrono::steady_clock::time_point mNextProgress;
@@ -192,6 +179,9 @@ void Parent::OnRecord(RunChannel::Type type, std::string_view payload) {
       break;
     case RunChannel::Type::Note:
       mNote = payload;
+      break;
+    case RunChannel::Type::NotStarted:
+      mFailure = NotStartedText(payload, mCommandFile);
       break;
   }
 }
@@ -275,40 +265,30 @@ StopReport::Facts Parent::Finish(int status) {
   return facts;
 }
 
-// Held from making a run's channel until this process has closed the
-// channel's write end: a child forked meanwhile by another thread's run
-// would inherit that end, and this run would not see its channel close
-// until that other child ended.
-std::mutex gForking;
-
 StopReport::Facts Parent::Run(PrivateSysfs& sysfs, const std::function<bool()>& abandon) {
-  SharedMapping shared;
-  std::unique_lock<std::mutex> forking(gForking);
+  auto failed = [](const std::string& why) {
+    return StopReport::Of(StopReport::Kind::Failed, 0, "cannot start the run: " + why);
+  };
+  const Program& program = OwnProgram();
+  if (program.fd < 0) return StopReport::Of(StopReport::Kind::Failed, 0, program.error);
+  std::string error;
+  std::unique_ptr<RunMemory> memory = RunMemory::Make(
+      RunRequest::Encode(mScenario, {mOptions.pluginPath, mOptions.realtime, sysfs.path()}),
+      &error);
+  if (memory == nullptr) return StopReport::Of(StopReport::Kind::Failed, 0, error);
   int ends[2];
-  if (shared.get() == nullptr || pipe2(ends, O_CLOEXEC) != 0) {
-    return StopReport::Of(StopReport::Kind::Failed, 0,
-                          "cannot start the run: " + SystemError::Text(errno));
-  }
+  if (pipe2(ends, O_CLOEXEC) != 0) return failed(SystemError::Text(errno));
   ChannelReader reader(ends[0]);
   android::base::unique_fd writeEnd(ends[1]);
-  mShared = shared.get();
-  mOptions.clockMs = &mShared->clockMs;
-  mOptions.stop = &mShared->stop;
+  mShared = &memory->shared();
+  Command command = CommandFor(program.fd, writeEnd.get(), memory->fd());
+  mCommandFile = command.file;
   mSink.Begin(RunEngine::InfoOf(mScenario));
-  // What this process has buffered must not be written again by the child.
-  std::cout.flush();
-  std::cerr.flush();
-  std::fflush(nullptr);
   mStarted = std::chrono::steady_clock::now();
-  pid_t child = fork();
-  if (child == 0) RunChild(mScenario, mOptions, sysfs, writeEnd.release());
+  pid_t child = StartProcess(command, writeEnd.get(), memory->fd(), program.fd);
   int forkError = errno;
   writeEnd.reset();
-  forking.unlock();
-  if (child < 0) {
-    return StopReport::Of(StopReport::Kind::Failed, 0,
-                          "cannot start the run: " + SystemError::Text(forkError));
-  }
+  if (child < 0) return failed(SystemError::Text(forkError));
   Pump(reader, child, abandon);
   int status = 0;
   while (waitpid(child, &status, 0) < 0 && errno == EINTR) {

@@ -1,16 +1,19 @@
 // Hosts a run in a child process, so that the plug-in ending its process
 // (an abort on a checked overflow, a fatal signal, an exception escaping,
-// running out of memory) cannot take the outputs with it. The child loads
-// the plug-in and runs the scenario (RunEngine), streaming each event over a pipe
-// (RunChannel); this process, the parent, hands them to the sink as they
-// come and notices how the child ended. The child never returns into the
-// caller: whatever happens in it ends it with _exit once it has said so.
+// running out of memory) cannot take the outputs with it. The child is a
+// fresh exec of gorv-sim (RunProcess), handed the parsed scenario in a
+// memory file (RunMemory, RunRequest); it loads the plug-in and runs the
+// scenario (RunEngine), streaming each event over a pipe (RunChannel). This
+// process, the parent, hands them to the sink as they come and notices how
+// the child ended. Because the child execs at once after the fork, it
+// shares no lock and no descriptor with the parent's other threads and the
+// runs beside it: a run's end can never wait on another's.
 //
 // Signals are the parent's alone (Interrupts, installed by main): when one
 // has been caught, the parent asks the child to stop at the virtual time it
 // has reached, takes every event up to then and ends the sink there. The
-// caller owns the private sysfs folder (made before the fork and removed by
-// its owner: the child never removes it).
+// caller owns the private sysfs folder (removed by its owner: the child
+// never removes it).
 //
 // Run may be called from several threads at once, each with its own
 // scenario, folder and sink; it holds nothing between calls.

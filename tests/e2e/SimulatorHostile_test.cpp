@@ -150,6 +150,9 @@ const char* const kAllOut = "--events e --plot p --trace t --summary-json s";
 const std::vector<std::string> kNoPrivate = {"tmp/gorv-sim-*"};
 
 // clang-format off
+const char* const kRunProcessOnly =
+    "gorv-sim: --run-process is for gorv-sim's own use: it runs a scenario gorv-sim prepared\n";
+
 const HostileCase kHostileCases[] = {
     // The run host: the private folder, signals, the child's end.
     {{}, "--events $DIR/events", "GORV_SIM_SYSFS_DIR=$DIR/missing", 1,
@@ -174,6 +177,13 @@ const HostileCase kHostileCases[] = {
     {{kTmp}, kAllOut, LIMIT(5), 1, "Too many open files", kNoPrivate},
     {{kTmp}, kAllOut, LIMIT(8), 1, "Too many open files", kNoPrivate},
     {{kTmp}, kAllOut, LIMIT(10), 1, "Too many open files", kNoPrivate},
+    // The run's process: an emulator that is not there; its arguments typed
+    // by hand.
+    {{kTmp}, "", IN_TMP " GORV_SIM_EMULATOR=$DIR/none", 1,
+     "gorv-sim: cannot start the run: $DIR/none: No such file or directory\n", kNoPrivate},
+    {{}, "--run-process", "", 2, kRunProcessOnly},
+    {{}, "--run-process 0 1 2", "", 2, kRunProcessOnly},
+    {{}, "--run-process 3 x 5", "", 2, kRunProcessOnly},
     // Inputs: scenarios, captures and expected files.
     {{{"c/x", "5000000\n6000000\n"}, {"s.scn", "frames 0 c/x\nframes 100 ./c/x\n"
       "frames 200 ././c/x\nlayer any\nframes 300 c/../c/x\nend 500\n"}}, "s.scn", "", 0, ""},
@@ -260,6 +270,32 @@ TEST_F(SimulatorHostileTest, HostileCasesEndWithTheirStatusAndLeaveNothingBehind
     }
     EXPECT_NE(run.out.find(InFolder(row.shown, where)), std::string::npos) << label << "\n"
                                                                            << run.out;
+  }
+}
+
+// Each run's process is a fresh program: it holds its own channel and
+// memory, and nothing of gorv-sim's or of the runs going on beside it, so
+// no run can wait on another's descriptor or lock.
+TEST_F(SimulatorHostileTest, ARunsProcessHoldsOnlyItsOwnDescriptors) {
+  const char* scenario =
+      "property rogue.on_trigger descriptors\napp g 2 7\ntrigger 0 4097 g\nend 100\n";
+  for (const char* name : {"in/a.scn", "in/b.scn", "in/c.scn", "in/d.scn"}) Write(name, scenario);
+  const std::string plugin = std::string("GORV_PLUGIN=") + ROGUE_PLUGIN_PATH;
+  ASSERT_EQ(Sim("in/a.scn --events alone.jsonl", plugin).status, 0);
+  ASSERT_EQ(Sim("in -j 4 --events out/ --summary-json out/ --plot out/", plugin).status, 0);
+  auto descriptors = [this](const std::string& file) {
+    std::string events = Read(file);
+    size_t at = events.find("descriptors:");
+    return at == std::string::npos ? "" : events.substr(at, events.find('"', at) - at);
+  };
+  // The run's memory file and the channel's write end, with whatever the
+  // test's own process left open.
+  std::string alone = descriptors("alone.jsonl");
+  EXPECT_EQ(alone.rfind("descriptors: /memfd:gorv-sim run (deleted) ", 0), 0u) << alone;
+  EXPECT_EQ(alone.find("memfd", 20), std::string::npos) << alone;
+  EXPECT_NE(alone.find(" pipe"), std::string::npos) << alone;
+  for (const char* name : {"a", "b", "c", "d"}) {
+    EXPECT_EQ(descriptors(std::string("out/") + name + ".jsonl"), alone) << name;
   }
 }
 
