@@ -15,11 +15,11 @@
 namespace RunChannel {
 
 enum class Type : uint8_t {
-  Event = 1,  // a SimEvent
-  End,        // a RunEnd: the run ended, or stopped when asked
-  Failure,    // text: the plug-in could not be run
-  Note,       // text: an exception that escaped, said before the child ends
-  NotStarted, // an int errno: the run's program could not be started
+  Event = 1,   // a SimEvent
+  End,         // a RunEnd: the run ended, or stopped when asked
+  Failure,     // text: the plug-in could not be run
+  Note,        // text: an exception that escaped, said before the child ends
+  NotStarted,  // an int errno: the run's program could not be started
 };
 
 // Bytes before each payload: the type and the payload's length.

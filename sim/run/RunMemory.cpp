@@ -47,7 +47,8 @@ RunMemory::Shared* RunMemory::Map(int fd) {
 
 std::unique_ptr<RunMemory> RunMemory::Make(const std::string& request, std::string* error) {
   android::base::unique_fd fd(memfd_create("gorv-sim run", MFD_CLOEXEC));
-  bool made = fd.ok() && ftruncate(fd.get(), kRequestAt + static_cast<off_t>(request.size())) == 0 &&
+  bool made = fd.ok() &&
+              ftruncate(fd.get(), kRequestAt + static_cast<off_t>(request.size())) == 0 &&
               WriteAt(fd.get(), request, kRequestAt);
   Shared* shared = made ? Map(fd.get()) : nullptr;
   if (shared == nullptr) {

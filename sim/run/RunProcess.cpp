@@ -142,7 +142,8 @@ void Main(int argc, char** argv) {
   struct stat pipe {};
   if (channel < 0 || memoryFd < 0 || program < 0 || fstat(channel, &pipe) != 0 ||
       !S_ISFIFO(pipe.st_mode)) {
-    ErrorLine::Print(std::string(kFlag) + " is for gorv-sim's own use: it runs a scenario gorv-sim prepared");
+    ErrorLine::Print(std::string(kFlag) +
+                     " is for gorv-sim's own use: it runs a scenario gorv-sim prepared");
     _exit(ExitStatus::kBadInput);
   }
   close(program);

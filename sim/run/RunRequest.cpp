@@ -209,8 +209,7 @@ bool Decode(std::string_view data, Scenario* scenario, Settings* settings) {
   settings->realtime = realtime == 1;
   settings->sysfsPath = in.Text();
   GetSetUp(in, scenario);
-  return realtime <= 1 && GetRates(in, &scenario->rates) && GetEvents(in, scenario) &&
-         in.done();
+  return realtime <= 1 && GetRates(in, &scenario->rates) && GetEvents(in, scenario) && in.done();
 }
 
 }  // namespace RunRequest

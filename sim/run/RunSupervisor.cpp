@@ -83,8 +83,8 @@ Command CommandFor(int program, int channel, int memory) {
   }
   const char* path = std::getenv("PATH");
   std::istringstream folders(path != nullptr ? path : "/usr/bin:/bin");
-  for (std::string folder; command.file.find('/') == std::string::npos &&
-                           std::getline(folders, folder, ':');) {
+  for (std::string folder;
+       command.file.find('/') == std::string::npos && std::getline(folders, folder, ':');) {
     std::string candidate = (folder.empty() ? "." : folder) + "/" + command.file;
     if (access(candidate.c_str(), X_OK) == 0) command.file = candidate;
   }

@@ -25,7 +25,8 @@ Scenario EveryField() {
   scenario.meterLatencyMs = 75;
   scenario.rates = {{0, 60.5F, nullptr}, {100, 0, capture}, {200, 0, other}, {300, 0, capture}};
   scenario.triggers = {{10, 4097, "com.example.game/.Main", -7}, {20, 4221, "", 30}};
-  scenario.faults = {{5, Scenario::FaultKind::PerfLockFail}, {6, Scenario::FaultKind::NodesMissing}};
+  scenario.faults = {{5, Scenario::FaultKind::PerfLockFail},
+                     {6, Scenario::FaultKind::NodesMissing}};
   scenario.endMs = 9000;
   scenario.latestMs = 300;
   return scenario;

@@ -10,7 +10,6 @@
 #include <unistd.h>
 
 #include <climits>
-
 #include <csignal>
 #include <mutex>
 #include <set>
@@ -49,7 +48,8 @@ class RogueFeature : public Feature {
     if (action == "throw-int") throw 42;
     if (action == "segv") std::raise(SIGSEGV);
     if (action == "descriptors") {
-      __android_log_print(ANDROID_LOG_INFO, "ROGUE", "descriptors:%s", DescribeDescriptors().c_str());
+      __android_log_print(ANDROID_LOG_INFO, "ROGUE", "descriptors:%s",
+                          DescribeDescriptors().c_str());
     }
   }
   void runAsyncPeriodic(std::atomic<bool> const& /*stop*/) override {}
