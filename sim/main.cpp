@@ -4,14 +4,15 @@
 //   gorv-sim [SCENARIO|FOLDER...] [--events FILE] [--trace FILE] [--plot FILE]
 //            [--summary-json FILE] [--perfetto FILE] [--expect FILE [--ignore-log-lines]
 //            [--ignore KIND]...] [--realtime] [--shard I/N] [--junit FILE]
-//            [--quiet] [-j N]
+//            [--quiet] [-j N] [--stall-timeout SECONDS]
 //
 // The output options come from OutputTable, one per output.
 //
 // --shard I/N (or TEST_TOTAL_SHARDS and TEST_SHARD_INDEX) runs one shard of
 // a batch (Shard); --junit writes a JUnit XML report (JUnitReport); --quiet
 // hides the progress line a terminal shows (Progress); -j N runs N
-// scenarios of a batch at once, one per core by default (ParallelBatch).
+// scenarios of a batch at once, one per core by default (ParallelBatch);
+// --stall-timeout ends a run that makes no progress (StallWatch).
 //
 // Without SCENARIO the built-in scenario runs. FILE may be - for standard
 // output, or a folder for files named after each scenario (BatchRunner);
@@ -22,7 +23,7 @@
 // plug-in could not be run, an output (or its folder) could not be written,
 // or the events differ from the expected ones; 2 bad usage or bad input,
 // including an output that is the same file as an input or as another
-// output (that scenario does not run); 3 the plug-in ended its process (one
+// output (that scenario does not run); 3 the plug-in ended its process, or made no progress (one
 // line on standard error says when and how); 128+N interrupted by signal N
 // (any signal that would end the program: SIGINT, SIGTERM, SIGHUP, ...; the
 // run stops where it is, every output is written and the private folder
@@ -32,6 +33,7 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <exception>
@@ -73,6 +75,15 @@ CLI::Option* AddOutputOptions(CLI::App& app, ScenarioJob::Outputs& outputs) {
   }
   return app.add_option("--expect", outputs.expect,
                         "check the events against FILE (an --events file)");
+}
+
+// The limit of real time a run may go without progress (StallWatch).
+void AddStallOption(CLI::App& app, std::chrono::milliseconds* limit) {
+  app.add_option_function<int64_t>(
+         "--stall-timeout", [limit](int64_t seconds) { *limit = std::chrono::seconds(seconds); },
+         "end a run whose plug-in makes no progress for SECONDS of real time (default 60; 0: "
+         "never)")
+      ->check(CLI::Range(int64_t{0}, int64_t{31536000}));
 }
 
 // --shard (its text to `shard`), --junit, --quiet and --jobs.
@@ -122,6 +133,7 @@ int Run(int argc, char** argv) {
       ->needs(expect);
   app.add_flag("--realtime", request.settings.simulator.realtime,
                "run on real threads and the real clock");
+  AddStallOption(app, &request.settings.simulator.stallLimit);
   std::string shard;
   CLI::Option* shardOption = AddCorpusOptions(app, &request, &shard);
   try {

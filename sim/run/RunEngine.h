@@ -8,6 +8,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -35,6 +36,9 @@ struct Options {
   // every 100 ms with the virtual time reached and the run's end, ms (a
   // progress line).
   std::function<void(int64_t reachedMs, int64_t endMs)> onProgress = nullptr;
+  // The supervisor ends a run that has made no progress for this long of
+  // real time (StallWatch); zero never.
+  std::chrono::milliseconds stallLimit{std::chrono::seconds(60)};
 };
 
 // Runs `scenario` into `sink` (Begin, every event, End), with the

@@ -14,6 +14,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <limits>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -27,6 +28,7 @@
 #include "sim/run/RunMemory.h"
 #include "sim/run/RunProcess.h"
 #include "sim/run/RunRequest.h"
+#include "sim/run/StallWatch.h"
 
 namespace {
 
@@ -146,6 +148,7 @@ class Parent {
   void Pump(ChannelReader& reader, pid_t child, const std::function<bool()>& abandon);
   int64_t ClockMs() const;
   int ProgressDue();
+  int NextWake(int64_t watchMs);
   StopReport::Facts Finish(int status);
 
   const Scenario& mScenario;
@@ -159,6 +162,7 @@ class Parent {
   std::string mCommandFile;  // what the run's process was exec'd from
   int mInterrupt = 0;
   bool mAbandoned = false;
+  bool mStalled = false;  // the stall watch ended the child
   std::chrono::steady_clock::time_point mNextProgress;
 };
 
@@ -193,26 +197,44 @@ void Parent::Pump(ChannelReader& reader, pid_t child, const std::function<bool()
   auto onRecord = [this](RunChannel::Type type, std::string_view payload) {
     OnRecord(type, payload);
   };
+  StallWatch watch(mOptions.stallLimit, mOptions.realtime, mScenario.EndMs(), mStarted);
   std::chrono::steady_clock::time_point deadline;
   for (bool asked = false;;) {
-    if (!asked && (Interrupts::Caught() != 0 || mAbandoned)) {
-      mInterrupt = mAbandoned ? 0 : Interrupts::Caught();
-      mShared->stop.store(true);
+    auto now = std::chrono::steady_clock::now();
+    if (!asked) mStalled = watch.Stalled(mShared->clockMs.load(), now);
+    if (!asked && (Interrupts::Caught() != 0 || mAbandoned || mStalled)) {
+      mInterrupt = mAbandoned || mStalled ? 0 : Interrupts::Caught();
+      // A stalled child cannot be asked: its fatal-signal handler still
+      // sends the events it holds.
+      if (mStalled) {
+        kill(child, SIGABRT);
+      } else {
+        mShared->stop.store(true);
+      }
       asked = true;
-      deadline = std::chrono::steady_clock::now() + kStopGrace;
+      deadline = now + kStopGrace;
     }
-    auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
-        deadline - std::chrono::steady_clock::now());
+    auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - now);
     pollfd fds[2] = {{reader.fd(), POLLIN, 0}, {Interrupts::Fd(), POLLIN, 0}};
-    int ready = poll(fds, asked || fds[1].fd < 0 ? 1 : 2,
-                     asked ? static_cast<int>(std::max<int64_t>(0, left.count())) : ProgressDue());
+    int ready = poll(
+        fds, asked || fds[1].fd < 0 ? 1 : 2,
+        asked ? static_cast<int>(std::max<int64_t>(0, left.count())) : NextWake(watch.MsLeft(now)));
     if (ready < 0 && errno == EINTR) continue;
-    if (ready == 0 && !asked) continue;  // the progress line's turn
+    if (ready == 0 && !asked) continue;  // the progress line's or the watch's turn
     if (ready == 0) kill(child, SIGKILL);
     if (ready <= 0) return;
     if (fds[0].revents != 0 && !reader.ReadSome(onRecord)) return;
     if (!asked) mAbandoned = abandon();
   }
+}
+
+// The poll's timeout: the progress line's next turn (ProgressDue) or the
+// stall watch's, whichever comes first; -1 for neither.
+int Parent::NextWake(int64_t watchMs) {
+  int progressMs = ProgressDue();
+  if (watchMs < 0) return progressMs;
+  int watch = static_cast<int>(std::min<int64_t>(watchMs, std::numeric_limits<int>::max()));
+  return progressMs < 0 ? watch : std::min(progressMs, watch);
 }
 
 // Calls onProgress when its time has come; returns the ms until the next
@@ -244,6 +266,9 @@ StopReport::Facts Parent::Finish(int status) {
     facts.signal = mInterrupt;
   } else if (mAbandoned) {
     facts.kind = Kind::OutputClosed;
+  } else if (mStalled) {
+    facts.kind = Kind::Stalled;
+    facts.stalledMs = mOptions.stallLimit.count();
   } else if (exited && !mFailure.empty()) {
     facts.kind = Kind::Failed;
     facts.failure = mFailure;

@@ -30,6 +30,15 @@ std::string PluginEndedLine(const StopReport::Facts& facts) {
   return message;
 }
 
+std::string StalledLine(const StopReport::Facts& facts) {
+  std::string message = StopReport::StoppedReason(facts) + " at " +
+                        SimWords::Seconds(facts.reachedMs) +
+                        " s of virtual time, and gorv-sim ended its process";
+  message += facts.lastLog.empty() ? "; it logged nothing before"
+                                   : "; its last log line: \"" + facts.lastLog + "\"";
+  return message + ". The outputs hold the run up to that moment.";
+}
+
 }  // namespace
 
 namespace StopReport {
@@ -53,6 +62,9 @@ std::string StoppedReason(const Facts& facts) {
   switch (facts.kind) {
     case Kind::PluginEnded:
       return "the plug-in ended the process: " + HowItEnded(facts);
+    case Kind::Stalled:
+      return "the plug-in made no progress for " + SimWords::Seconds(facts.stalledMs) +
+             " s of real time";
     case Kind::Interrupted:
       return "interrupted by " + SignalName(facts.signal);
     case Kind::OutputClosed:
@@ -70,6 +82,8 @@ Words Report(const Facts& facts) {
       return {facts.failure, "failed", ExitStatus::kNotRun};
     case Kind::PluginEnded:
       return {PluginEndedLine(facts), "plug-in ended", ExitStatus::kPluginEnded};
+    case Kind::Stalled:
+      return {StalledLine(facts), "plug-in stalled", ExitStatus::kPluginEnded};
     case Kind::Interrupted:
       return {StoppedReason(facts) + "; the outputs hold the run up to then", "interrupted",
               ExitStatus::kBySignal + facts.signal};

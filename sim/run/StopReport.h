@@ -15,6 +15,7 @@ enum class Kind {
   BadInput,      // the scenario or expected file was refused: nothing ran
   Failed,        // the run could not start, or the plug-in not be loaded
   PluginEnded,   // the plug-in ended its process
+  Stalled,       // the plug-in made no progress: gorv-sim ended its process
   Interrupted,   // a signal reached gorv-sim
   OutputClosed,  // an output went to a pipe that was closed
 };
@@ -26,6 +27,7 @@ struct Facts {
   int signal = 0;
   int exitStatus = 0;
   int64_t reachedMs = 0;  // the virtual time reached, ms
+  int64_t stalledMs = 0;  // Stalled: how long no progress was made, real ms
   std::string lastLog;    // the plug-in's last log line, "" none
   std::string exception;  // the text of an exception that escaped, "" none
   std::string failure;    // Failed, BadInput: why, "" when already said

@@ -2,7 +2,7 @@
 // run ends: registered under "GORV" as libgorv.so is, chosen with
 // GORV_PLUGIN. On each trigger it does what the property rogue.on_trigger
 // says: "throw" throws a std::runtime_error, "throw-int" throws an int,
-// "segv" raises SIGSEGV; "descriptors" logs what its process's descriptors
+// "segv" raises SIGSEGV; "hang" never returns; "descriptors" logs what its process's descriptors
 // above the standard streams are ("descriptors: pipe memfd:NAME ..."), for
 // the tests of what a run's process inherits; anything else does nothing.
 #include <android-base/properties.h>
@@ -47,6 +47,7 @@ class RogueFeature : public Feature {
     if (action == "throw") throw std::runtime_error("the rogue refuses its trigger");
     if (action == "throw-int") throw 42;
     if (action == "segv") std::raise(SIGSEGV);
+    while (action == "hang") pause();
     if (action == "descriptors") {
       __android_log_print(ANDROID_LOG_INFO, "ROGUE", "descriptors:%s",
                           DescribeDescriptors().c_str());
