@@ -20,4 +20,14 @@ void Print(std::string_view message);
 // held error lines.
 std::ostream& Stream();
 
+// Makes std::cerr write through WriteRaw, so that nothing written to
+// standard error (an error line, a report, a usage message) can hold
+// gorv-sim for good (main, once, before any thread starts).
+void Install();
+// Writes `bytes` to standard error as outputs are written: waiting for room
+// on a pipe or terminal until a signal is caught, then for at most
+// Interrupts::kGraceMs; what cannot be written then is dropped (there is
+// nowhere left to say so). Any thread.
+void WriteRaw(std::string_view bytes);
+
 }  // namespace ErrorLine

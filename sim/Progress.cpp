@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include "sim/ErrorLine.h"
 #include "sim/SimWords.h"
 
 Progress::Progress(bool enabled, int64_t delayMs) : mEnabled(enabled), mDelayMs(delayMs) {}
@@ -21,24 +22,13 @@ std::string Progress::Finish() {
   return "\r\x1b[K";
 }
 
-namespace {
-
-void WriteError(const std::string& bytes) {
-  for (size_t done = 0; done < bytes.size();) {
-    ssize_t wrote = write(STDERR_FILENO, bytes.data() + done, bytes.size() - done);
-    if (wrote <= 0) return;  // a terminal gone away: the line is not worth an error
-    done += static_cast<size_t>(wrote);
-  }
-}
-
-}  // namespace
-
 void Progress::Show(const std::string& text) {
   auto elapsed = std::chrono::steady_clock::now() - mStarted;
-  WriteError(Update(text, std::chrono::duration_cast<std::chrono::milliseconds>(elapsed).count()));
+  ErrorLine::WriteRaw(
+      Update(text, std::chrono::duration_cast<std::chrono::milliseconds>(elapsed).count()));
 }
 
-void Progress::Clear() { WriteError(Finish()); }
+void Progress::Clear() { ErrorLine::WriteRaw(Finish()); }
 
 std::string Progress::RunText(int64_t reachedMs, int64_t endMs) {
   return "gorv-sim: " + SimWords::Seconds(reachedMs) + " s of " + SimWords::Seconds(endMs) +

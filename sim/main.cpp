@@ -169,8 +169,10 @@ int Run(int argc, char** argv) {
 int main(int argc, char** argv) {
   // Each run happens in a fresh exec of this program (RunProcess).
   if (RunProcess::Asked(argc, argv)) RunProcess::Main(argc, argv);
-  // Signals become a note every run and output looks at (Interrupts).
+  // Signals become a note every run and output looks at (Interrupts);
+  // standard error waits for room as the outputs do.
   Interrupts::Install();
+  ErrorLine::Install();
   // Out of memory in the simulator itself is reported like any other
   // failure to run.
   try {

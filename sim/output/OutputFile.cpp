@@ -15,9 +15,6 @@
 
 namespace {
 
-// How long an output may take nothing after a signal before it is given up.
-constexpr int kGraceMs = 1000;
-
 bool MayBlock(int fd) {
   struct stat about {};
   return fstat(fd, &about) != 0 || !S_ISREG(about.st_mode);
@@ -35,7 +32,7 @@ OutputFile::Buffer::Buffer(int fd) : mFd(fd), mWaits(MayBlock(fd)) {
 
 ssize_t OutputFile::Buffer::WriteSome(const char* data, size_t size) {
   if (!mWaits) return write(mFd, data, size);
-  if (!Interrupts::WaitWritable(mFd, kGraceMs)) {
+  if (!Interrupts::WaitWritable(mFd, Interrupts::kGraceMs)) {
     mFailure = kStalled;
     return -1;
   }

@@ -27,6 +27,10 @@ int Fd();
 // gone). Async-signal-safe.
 void IgnoreInChild();
 
+// How long a reader that takes nothing is waited for once a signal has been
+// caught (an output, standard error), ms.
+inline constexpr int kGraceMs = 1000;
+
 // Waits until `fd` can be written to without blocking on a full pipe, or a
 // signal has been caught. After a signal, waits at most `graceMs` for the
 // reader to take more (outputs are still written after an interrupt, but a

@@ -18,16 +18,16 @@ namespace {
 using SimulatorSignalsTest = SimFolderTest;
 
 // gorv-sim started in the background through the shell, its standard
-// output read through a pipe (of `pipeSize` bytes when not 0).
+// output (or `stream`) read through a pipe (of `pipeSize` bytes when not 0).
 class Running {
  public:
-  Running(const std::string& command, int pipeSize = 0) {
+  Running(const std::string& command, int pipeSize = 0, int stream = STDOUT_FILENO) {
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0) return;
     if (pipeSize != 0) fcntl(ends[1], F_SETPIPE_SZ, pipeSize);
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, ends[1], stream);
     const char* argv[] = {"/bin/sh", "-c", command.c_str(), nullptr};
     if (posix_spawn(&mPid, argv[0], &actions, nullptr, const_cast<char**>(argv), environ) != 0) {
       mPid = -1;
@@ -146,6 +146,17 @@ TEST_F(SimulatorSignalsTest, AnOutputNobodyReadsDoesNotHoldTheProgramAfterASigna
   EXPECT_NE(Read("events.jsonl").find("\"event\":\"stopped\",\"reason\":\"interrupted by SIGTERM"),
             std::string::npos);
   EXPECT_EQ(Matching(dir + "/sysfs", "*"), "");
+}
+
+// The same for standard error: a batch of bad scenarios says more than the
+// pipe holds.
+TEST_F(SimulatorSignalsTest, AStandardErrorNobodyReadsDoesNotHoldTheProgramAfterASignal) {
+  for (int i = 0; i < 200; ++i) Write("in/" + std::to_string(1000 + i) + ".scn", "fps soon 60\n");
+  Running sim("cd " + dir + " && exec " + GORV_SIM_PATH + " in -j 1 >/dev/null", 4096,
+              STDERR_FILENO);
+  EXPECT_NE(sim.FirstOutput(), "");
+  sim.Send(SIGTERM);
+  EXPECT_EQ(sim.Wait(), 143);
 }
 
 TEST_F(SimulatorSignalsTest, ARealTimeRunDeliversNothingAtOrAfterItsEnd) {
