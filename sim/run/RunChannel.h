@@ -20,6 +20,7 @@ enum class Type : uint8_t {
   Failure,     // text: the plug-in could not be run
   Note,        // text: an exception that escaped, said before the child ends
   NotStarted,  // an int errno: the run's program could not be started
+  Started,     // nothing: the run's process is gorv-sim's and has begun
 };
 
 // Bytes before each payload: the type and the payload's length.

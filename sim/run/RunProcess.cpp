@@ -147,6 +147,7 @@ void Main(int argc, char** argv) {
     _exit(ExitStatus::kBadInput);
   }
   close(program);
+  RunChannel::SendText(channel, RunChannel::Type::Started, "");
   gChannel = channel;
   std::set_terminate(&OnTerminate);
   CatchFatalSignals();

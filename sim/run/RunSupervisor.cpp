@@ -163,6 +163,7 @@ class Parent {
   int mInterrupt = 0;
   bool mAbandoned = false;
   bool mStalled = false;  // the stall watch ended the child
+  bool mBegun = false;    // the child said it is a run's process
   std::chrono::steady_clock::time_point mNextProgress;
 };
 
@@ -186,6 +187,9 @@ void Parent::OnRecord(RunChannel::Type type, std::string_view payload) {
       break;
     case RunChannel::Type::NotStarted:
       mFailure = NotStartedText(payload, mCommandFile);
+      break;
+    case RunChannel::Type::Started:
+      mBegun = true;
       break;
   }
 }
@@ -275,6 +279,15 @@ StopReport::Facts Parent::Finish(int status) {
     return facts;
   } else if (exited && WEXITSTATUS(status) == 0 && mEnded) {
     mSink.End(mEnd);
+    return facts;
+  } else if (!mBegun) {
+    // Another program than gorv-sim (GORV_SIM_EMULATOR), or gorv-sim
+    // failing before its main (a library missing).
+    facts.kind = Kind::Failed;
+    facts.failure = "cannot start the run: " + mCommandFile + " ended before the run began (" +
+                    (exited ? "exit status " + std::to_string(WEXITSTATUS(status))
+                            : StopReport::SignalName(WTERMSIG(status))) +
+                    ")";
     return facts;
   } else {
     facts.kind = Kind::PluginEnded;
