@@ -40,8 +40,9 @@ std::string Text(std::string_view message) {
 void Print(std::string_view message) { Stream() << Text(message) << std::flush; }
 
 void Install() {
-  static StandardErrorBuffer buffer;
-  std::cerr.rdbuf(&buffer);
+  // Never destroyed: std::cerr is flushed at exit, after static objects go.
+  static auto* buffer = new StandardErrorBuffer();
+  std::cerr.rdbuf(buffer);
 }
 
 void WriteRaw(std::string_view bytes) {

@@ -1,5 +1,6 @@
 #include "sim/run/RunRequest.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <memory>
 #include <unordered_map>
@@ -43,13 +44,25 @@ void PutTimeline(std::string* out, const FrameTimeline& timeline) {
   PutNumbers(out, timeline.janky(), timeline.originNs());
 }
 
+// True when every value less the smallest frame fits in 64 bits, as the
+// capture readers check before they assign a timeline.
+bool SpanFits(const std::vector<int64_t>& frames, const std::vector<int64_t>& values) {
+  int64_t origin = frames.empty() ? 0 : *std::min_element(frames.begin(), frames.end());
+  int64_t difference = 0;
+  return std::none_of(values.begin(), values.end(), [&](int64_t value) {
+    return __builtin_sub_overflow(value, origin, &difference);
+  });
+}
+
+// Null when the bytes are damaged.
 std::shared_ptr<const FrameTimeline> GetTimeline(Cursor& in) {
-  auto timeline = std::make_shared<FrameTimeline>();
   std::string name = in.Text();
   std::string format = in.Text();
   std::string layer = in.Text();
   std::vector<int64_t> frames = GetNumbers(in);
   std::vector<int64_t> janky = GetNumbers(in);
+  if (!in.ok() || !SpanFits(frames, frames) || !SpanFits(frames, janky)) return nullptr;
+  auto timeline = std::make_shared<FrameTimeline>();
   timeline->Assign(name, format, std::move(frames), layer, std::move(janky));
   return timeline;
 }
@@ -79,7 +92,10 @@ void PutRates(std::string* out, const std::vector<Scenario::RateChange>& rates) 
 bool GetRates(Cursor& in, std::vector<Scenario::RateChange>* rates) {
   std::vector<std::shared_ptr<const FrameTimeline>> timelines;
   auto timelineCount = in.Get<uint32_t>();
-  for (uint32_t i = 0; i < timelineCount && in.ok(); ++i) timelines.push_back(GetTimeline(in));
+  for (uint32_t i = 0; i < timelineCount && in.ok(); ++i) {
+    timelines.push_back(GetTimeline(in));
+    if (timelines.back() == nullptr) return false;
+  }
   auto count = in.Get<uint64_t>();
   for (uint64_t i = 0; i < count && in.ok(); ++i) {
     Scenario::RateChange rate;
