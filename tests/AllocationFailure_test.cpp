@@ -117,8 +117,6 @@ TEST(AllocationFailureTest, EveryAllocationOfASessionMayFail) {
   std::printf("allocation points tried: %ld\n", allocations);
 }
 
-using Lines = std::vector<std::string>;
-
 constexpr int kStart = GorvFeature::kTriggerStart;
 constexpr int kStop = GorvFeature::kTriggerStop;
 constexpr int kFpsHint = GorvFeature::kTriggerFpsHint;

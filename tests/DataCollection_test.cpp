@@ -15,8 +15,6 @@
 
 namespace {
 
-using Lines = std::vector<std::string>;
-
 // A data manager of its own beside the feature's, on the feature's meter.
 class DataCollectionTest : public FeatureTest {
  protected:

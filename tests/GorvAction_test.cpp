@@ -15,7 +15,6 @@
 namespace {
 
 using gorv::HostEvent;
-using Lines = std::vector<std::string>;
 
 constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
 
