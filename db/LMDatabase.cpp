@@ -100,6 +100,25 @@ void LMDatabase<AppState>::execOrLog(const char* sql) {
   if (sqlite3_exec(mDb, sql, nullptr, nullptr, nullptr) != 0) logExecError();
 }
 
+void LMDatabase<AppState>::execOrRollBack(const char* sql) {
+  if (sqlite3_exec(mDb, sql, nullptr, nullptr, nullptr) != 0) {
+    logExecError();
+    execOrLog("ROLLBACK TRANSACTION;");
+  }
+}
+
+int LMDatabase<AppState>::finalizeStatements(sqlite3_stmt* insert, sqlite3_stmt* update) {
+  int result = 0;
+  for (sqlite3_stmt* statement : {insert, update}) {
+    int rc = sqlite3_finalize(statement);
+    if (rc != 0) {
+      logStepError(rc);
+      result = -1;
+    }
+  }
+  return result;
+}
+
 void LMDatabase<AppState>::logExecError() {
   GORV_LOG_SHORT("writeCachedDRToDisk", "sql:ERROR:Dbt=%s info=%s\n", mTableName.c_str(),
                  sqlite3_errmsg(mDb));
@@ -127,10 +146,7 @@ int LMDatabase<AppState>::writeCachedDRToDisk() {
       sqlite3_finalize(insert);  // or the connection could never close
       return -1;
     }
-    if (sqlite3_exec(mDb, "BEGIN IMMEDIATE TRANSACTION;", nullptr, nullptr, nullptr) != 0) {
-      logExecError();
-      execOrLog("ROLLBACK TRANSACTION;");
-    }
+    execOrRollBack("BEGIN IMMEDIATE TRANSACTION;");
 
     // Rows are bound without copies, so every row taken stays alive until
     // all of them have been stepped.
@@ -139,19 +155,8 @@ int LMDatabase<AppState>::writeCachedDRToDisk() {
     }
     freeRows(written);
 
-    if (sqlite3_exec(mDb, "COMMIT TRANSACTION;", nullptr, nullptr, nullptr) != 0) {
-      logExecError();
-      execOrLog("ROLLBACK TRANSACTION;");
-    }
-    int result = 0;
-    for (sqlite3_stmt* statement : {insert, update}) {
-      int rc = sqlite3_finalize(statement);
-      if (rc != 0) {
-        logStepError(rc);
-        result = -1;
-      }
-    }
-    return result;
+    execOrRollBack("COMMIT TRANSACTION;");
+    return finalizeStatements(insert, update);
   } catch (const std::exception& e) {
     abandonFlush(insert, update, written);
     GORV_LOG(kTag, "writeCachedDRToDisk", "Caught exception: %s in %s", e.what(),

@@ -102,6 +102,12 @@ class LMDatabase<AppState> {
   void logStepError(int code);
   void logExecError();
   void execOrLog(const char* sql);
+  // Runs a transaction statement; when SQLite refuses it, logs the error and
+  // rolls back whatever transaction is open.
+  void execOrRollBack(const char* sql);
+  // Finalizes a flush's two statements; -1 (logged) when either reports an
+  // error from its last step.
+  int finalizeStatements(sqlite3_stmt* insert, sqlite3_stmt* update);
 
   std::list<AppState*> mRowCache;  // guarded by mCacheMutex; owned rows
   std::mutex mCacheMutex;

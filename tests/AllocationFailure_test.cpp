@@ -117,12 +117,6 @@ TEST(AllocationFailureTest, EveryAllocationOfASessionMayFail) {
   std::printf("allocation points tried: %ld\n", allocations);
 }
 
-using Lines = std::vector<std::string>;
-
-constexpr int kStart = GorvFeature::kTriggerStart;
-constexpr int kStop = GorvFeature::kTriggerStop;
-constexpr int kFpsHint = GorvFeature::kTriggerFpsHint;
-constexpr int kVendorHintDisable = GorvFeature::kTriggerVendorHintDisable;
 constexpr const char* kImproper = "GORV_FEATURE: runAsyncPeriodic() N: Improper Initialization";
 
 struct Outcome {
@@ -150,15 +144,15 @@ Outcome NothrowSession(long failAt) {
   auto at = [&runner](int64_t ms, int id, int value = 0) {
     runner.ScheduleTrigger(ms, GameWorld::Trigger(id, GameWorld::kGameComponent, value));
   };
-  at(1000, kStart);
-  at(1100, kFpsHint, 45);
-  at(1300, kVendorHintDisable, 1);
-  at(1500, kVendorHintDisable, 0);
+  at(1000, GorvFeature::kTriggerStart);
+  at(1100, GorvFeature::kTriggerFpsHint, 45);
+  at(1300, GorvFeature::kTriggerVendorHintDisable, 1);
+  at(1500, GorvFeature::kTriggerVendorHintDisable, 0);
   // The framework's periodic thread calls whether or not an interval is set.
   runner.ScheduleAction(2000, [feature] {
     if (feature != nullptr) feature->runAsyncPeriodic(std::atomic<bool>{true});
   });
-  at(3000, kStop);
+  at(3000, GorvFeature::kTriggerStop);
   runner.RunUntil(3500);
   runner.DestroyFeature();
 

@@ -14,29 +14,15 @@
 
 namespace {
 
-using gorv::HostEvent;
-using Lines = std::vector<std::string>;
-
 constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
 
+// Effects are node writes and lock calls, all at virtual time 0 ("0 fps=60",
+// "0 acquire 1"); the resources a lock asks for are pinned by SimulatorTest.
 class GorvActionTest : public FeatureTest {
  protected:
   GorvAction& action() { return *feature->mAction; }
   void Feed(std::initializer_list<float> samples) {
     for (float fps : samples) action().UpdateFPSData(fps);
-  }
-  // The lock calls so far, "acq 1", "rel 1", ...; every acquisition asks
-  // for the same resources.
-  static Lines LockCalls() {
-    Lines calls;
-    for (const HostEvent& call : env().PerfLockCalls()) {
-      bool acquire = call.kind == HostEvent::Kind::PerfLockAcquire;
-      if (acquire) {
-        EXPECT_EQ(call.resources, (std::vector<int32_t>{0x44800000, 1}));
-      }
-      calls.push_back((acquire ? "acq " : "rel ") + std::to_string(call.handle));
-    }
-    return calls;
   }
 };
 
@@ -51,7 +37,7 @@ TEST_F(GorvActionTest, DetectionAndRoundOffTablesKeepTheirOwnBounds) {
     action().reset();
     env().ClearEvents();
     action().UpdateFPSData(fps);
-    EXPECT_EQ(FpsWrites(), Lines{written}) << "fps " << fps;
+    EXPECT_EQ(GameWorld::Effects(), Lines{std::string("0 fps=") + written}) << "fps " << fps;
     EXPECT_EQ(action().DetectGameFPS(0.0f), std::stoi(written)) << "fps " << fps;
   }
   const std::pair<float, int> rounded[] = {
@@ -67,26 +53,19 @@ TEST_F(GorvActionTest, TargetMovesOnlyWhenTheHistoryMaximumLeavesTheBand) {
   Feed({0.0f, -3.0f});  // not samples
   EXPECT_TRUE(action().mFPSList.empty());
   Feed({58, 59, 60});
-  EXPECT_EQ(FpsWrites(), Lines{"60"});
+  EXPECT_EQ(GameWorld::Effects(), Lines{"0 fps=60"});
   // A change is more than 5 fps either way from the maximum (60).
   EXPECT_FALSE(action().isGameFPSChange(0.0f, 65.0f) || action().isGameFPSChange(0.0f, 55.0f));
   EXPECT_TRUE(action().isGameFPSChange(0.0f, 66.0f) && action().isGameFPSChange(0.0f, 54.0f));
-
-  // The maximum of the last five drives the target: four 50s keep the 60 in
-  // the history; the fifth pushes it out, the maximum leaves the band and
-  // the (unchanged) target is written again with every further sample.
-  Feed({50, 50, 50, 50});
-  EXPECT_EQ(FpsWrites().size(), 1u);
-  Feed({50, 50});
-  EXPECT_EQ(FpsWrites(), (Lines{"60", "60", "60"}));
-  EXPECT_EQ(action().mFPSList.size(), GorvAction::kHistorySize);
+  // The maximum of the last five drives the target: GameSessionTest's drop
+  // pins when it leaves the band and the target is written again.
 
   // 150 is above every bucket: 0 is written and there is still no target,
   // so the next sample recomputes (and writes) again.
   action().reset();
   env().ClearEvents();
   Feed({150, 150});
-  EXPECT_EQ(FpsWrites(), (Lines{"0", "0"}));
+  EXPECT_EQ(GameWorld::Effects(), (Lines{"0 fps=0", "0 fps=0"}));
   EXPECT_EQ(action().mGameFps, 0.0f);
 }
 
@@ -109,7 +88,8 @@ TEST_F(GorvActionTest, LockRule) {
   Feed({60});
   action().updateAutoPenatly(60.0f);
   EXPECT_EQ(action().mPerfHandle, -1);
-  EXPECT_EQ(LockCalls(), (Lines{"acq 1", "rel 1", "acq 2", "rel 2"}));
+  EXPECT_EQ(GameWorld::Effects(), (Lines{"0 acquire 1", "0 fps=60", "0 release 1", "0 acquire 2",
+                                         "0 release 2", "0 fps=60"}));
 
   // A failed acquisition is neither released nor retried: only a live
   // handle (1 or more) is ever released or forgotten.
@@ -124,7 +104,7 @@ TEST_F(GorvActionTest, LockRule) {
   action().removeAction(action().mPerfHandle);
   action().applyAction();
   EXPECT_EQ(action().mPerfHandle, -22);
-  EXPECT_EQ(LockCalls(), Lines{"acq -22"});
+  EXPECT_EQ(GameWorld::Effects(), Lines{"0 acquire -22"});
 }
 
 // The markers and counters themselves are pinned by the simulator's traces.

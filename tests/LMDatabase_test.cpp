@@ -27,8 +27,6 @@
 
 namespace {
 
-using Lines = std::vector<std::string>;
-
 // The default VFS, except that its files fail their writes with gWriteFault
 // while it is not SQLITE_OK, and the process is killed at the write
 // gKillAtWrite counts down to: each kind of file gets a copy of its methods

@@ -46,15 +46,14 @@ TEST(TimeKeeperTest, ArmsAfterTheDelayAndFiresOnThePeriodDroppingTheOvershoot) {
     keeper.reset();
     EXPECT_EQ(Firings(keeper, c.step, c.calls), c.fired) << "after reset";
   }
-  EXPECT_EQ(TimeKeeper::NAStr, "NA");
 }
 
 TEST(TimeKeeperTest, TheHookGetsTheNameAndAThrowingHookFiresAgainAtOnce) {
-  std::vector<std::string> seen;
+  Lines seen;
   TimeKeeper named =
       Timer(200, 200, [&seen](void* name) { seen.push_back(*static_cast<std::string*>(name)); });
   EXPECT_TRUE(named.shouldTrigger(200));
-  EXPECT_EQ(seen, std::vector<std::string>{"gorv"});
+  EXPECT_EQ(seen, Lines{"gorv"});
 
   LogCapture logs;
   TimeKeeper failing = Timer(200, 200, [](void*) { throw std::runtime_error("no meter"); });
@@ -63,10 +62,9 @@ TEST(TimeKeeperTest, TheHookGetsTheNameAndAThrowingHookFiresAgainAtOnce) {
   EXPECT_TRUE(failing.shouldTrigger(0));
   failing.mOnTrigger = [](void*) { throw 1; };
   EXPECT_TRUE(failing.shouldTrigger(0));
-  EXPECT_EQ(logs.Messages(),
-            (std::vector<std::string>{"GORV_IC: shouldTrigger() N: Triggers - exception no meter\n",
-                                      "GORV_IC: shouldTrigger() N: Triggers - exception no meter\n",
-                                      "GORV_IC: shouldTrigger() N: Triggers - exception\n"}));
+  EXPECT_EQ(logs.Messages(), (Lines{"GORV_IC: shouldTrigger() N: Triggers - exception no meter\n",
+                                    "GORV_IC: shouldTrigger() N: Triggers - exception no meter\n",
+                                    "GORV_IC: shouldTrigger() N: Triggers - exception\n"}));
 }
 
 class IntervalsCounterTest : public ::testing::Test {
@@ -88,7 +86,7 @@ class IntervalsCounterTest : public ::testing::Test {
     for (IntervalCallback& task : due) task(nullptr);
   }
 
-  std::vector<std::string> ran;
+  Lines ran;
   std::vector<IntervalCallback> due;
 };
 
@@ -100,16 +98,16 @@ TEST_F(IntervalsCounterTest, NewestRegistrationFirstAndTheSmallestPeriodWakes) {
   Wake(counter, 400);
   Wake(counter, 400);
   Wake(counter, 400);  // 1200: both due, the newest first
-  EXPECT_EQ(ran, (std::vector<std::string>{"fast", "fast", "fast", "slow"}));
+  EXPECT_EQ(ran, (Lines{"fast", "fast", "fast", "slow"}));
 
   LogCapture logs;
   Register(counter, -1, 400, "bad");
   Register(counter, 400, -3, "bad");
   EXPECT_EQ(counter.mTimeKeepers.size(), 2u);
   EXPECT_EQ(counter.mWakeUpTime, 400);
-  EXPECT_EQ(logs.Messages(), (std::vector<std::string>{
-                                 "GORV_IC: registerIntervals() N: Unexpected Intervals  -1-400",
-                                 "GORV_IC: registerIntervals() N: Unexpected Intervals  400--3"}));
+  EXPECT_EQ(logs.Messages(),
+            (Lines{"GORV_IC: registerIntervals() N: Unexpected Intervals  -1-400",
+                   "GORV_IC: registerIntervals() N: Unexpected Intervals  400--3"}));
 }
 
 TEST_F(IntervalsCounterTest, ElapsedTimeComesFromTheClockBetweenSuccessfulSyncsAndResetKeepsIt) {
@@ -127,7 +125,7 @@ TEST_F(IntervalsCounterTest, ElapsedTimeComesFromTheClockBetweenSuccessfulSyncsA
   Wake(counter, 99);
   EXPECT_TRUE(ran.empty());
   Wake(counter, 1);
-  EXPECT_EQ(ran, std::vector<std::string>{"gorv"});
+  EXPECT_EQ(ran, Lines{"gorv"});
   // A clock that went backwards counts as 1 ms; sub-millisecond time as 0.
   gorv::HostEnv::Get().AdvanceClock(-milliseconds(5));
   counter.syncWakeUpTime(due);
@@ -162,8 +160,8 @@ TEST_F(IntervalsCounterTest, AFailedSyncReturnsNothingAndMeasuresAgainFromTheLas
   gCopiesFail = false;
   EXPECT_TRUE(due.empty());
   EXPECT_EQ(counter.mLastSync.time_since_epoch(), milliseconds(0));
-  EXPECT_EQ(logs.Messages(), std::vector<std::string>{
-                                 "GORV_IC: syncWakeUpTime() N: wakeups - exception copy failed\n"});
+  EXPECT_EQ(logs.Messages(),
+            Lines{"GORV_IC: syncWakeUpTime() N: wakeups - exception copy failed\n"});
 }
 
 }  // namespace

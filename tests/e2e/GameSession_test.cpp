@@ -29,8 +29,6 @@
 
 namespace {
 
-using Lines = std::vector<std::string>;
-
 constexpr int kStart = 4097;
 constexpr int kStartAlt = 4099;
 constexpr int kStop = 4098;

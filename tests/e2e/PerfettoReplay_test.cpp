@@ -81,7 +81,6 @@ TEST_F(PerfettoReplayTest, ErrorsNameTheFileAndTheLine) {
   TraceBuilder plain;
   plain.trace.add_packet()->set_timestamp(5);
   std::string one = plain.Bytes();
-  Write("plain.pftrace", one);
   Write("truncated.pftrace", one + gameBytes.substr(0, 9));
   Write("corrupt.pftrace", one + "\x0a\x03\xff\xff\xff");
   pb::Trace bad;
@@ -98,9 +97,6 @@ TEST_F(PerfettoReplayTest, ErrorsNameTheFileAndTheLine) {
   const std::string corrupt =
       ".pftrace: truncated or corrupt Perfetto trace (the packet at byte 4)";
   const std::pair<const char*, std::string> cases[] = {
-      {"frames 0 plain.pftrace",
-       "plain.pftrace: no FrameTimeline data in this Perfetto trace; record with the "
-       "android.surfaceflinger.frametimeline data source"},
       {"frames 0 truncated.pftrace", "truncated" + corrupt},
       {"frames 0 corrupt.pftrace", "corrupt" + corrupt},
       {"frames 0 badzlib.pftrace", "badzlib" + corrupt},

@@ -18,8 +18,6 @@
 
 namespace {
 
-using Lines = std::vector<std::string>;
-
 class SimulatorTest : public SimFolderTest {
  protected:
   // The scenario of `text`, read as if from a file of the folder.

@@ -92,7 +92,6 @@ TEST(CaptureFormatsTest, TextCapturesAreReadAsTheirFormatSays) {
       {"12\nabc\n", "", {}, "c:2: " + notATime},
       {"9223372036854775808\n", "", {}, "c:1: " + notATime},
       {"16666666\n0 0 0\n", "", {}, "c: no frames in this SurfaceFlinger latency capture"},
-      {"\n\n", "", {}, "c: no frames in this frame times capture"},
       {"5\n6\x01\n", "", {}, "c:2: control character 0x01 (only tabs are allowed)"},
       {"-9223372036854775808\n9223372036854775807\n", "", {},
        "c: the frame times span more than 2^63 ns; the capture is damaged"},

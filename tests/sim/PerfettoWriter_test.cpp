@@ -64,9 +64,10 @@ std::string PluginTracks(const std::string& bytes, uint32_t sequence, uint32_t c
   return text.str();
 }
 
-TEST(PerfettoWriterTest, TracksValuesAndTimesOnTheBootClockUpToAStop) {
-  std::ostringstream stream;
-  PerfettoWriter writer(stream);
+// Plays a run on `writer` over `stream`: a trigger, node writes, a log line
+// with bytes that are not text, a lock taken and released (the stream is
+// copied to `beforeEnd` then), a lock still held when the run stops at 2800.
+void PlayRun(PerfettoWriter& writer, const std::ostringstream& stream, std::string* beforeEnd) {
   writer.Begin({"s.scn", 3000, {{0, 0.0f}, {1000, 60.0f}, {2500, 30.5f}, {3500, 1.0f}}, {}, {}});
   SimEvent trigger = Make(100, SimEvent::Kind::Trigger, "com.game/.Main");
   trigger.value = 4097;
@@ -79,37 +80,45 @@ TEST(PerfettoWriterTest, TracksValuesAndTimesOnTheBootClockUpToAStop) {
   writer.Event(log);
   writer.Event(Make(1000, SimEvent::Kind::Node, "/sys/kernel/gorv/target_pid", "123"));
   writer.Event(Make(1200, SimEvent::Kind::LockRelease));
-  std::string beforeEnd = stream.str();
+  *beforeEnd = stream.str();
   writer.Event(Make(2600, SimEvent::Kind::Node, "/sys/kernel/gorv/fps", "30"));
   writer.Event(Make(2700, SimEvent::Kind::LockAcquire));
   writer.End({2800, 0, "the plug-in aborted"});
-  EXPECT_EQ(writer.error(), "");
+}
 
-  const std::string tracks =
-      "track gorv-sim: libgorv pid 4194305\n"
-      "track measured fps counter in gorv-sim: libgorv\n"
-      "track target fps counter in gorv-sim: libgorv\n"
-      "track perf lock held counter in gorv-sim: libgorv\n"
-      "track triggers in gorv-sim: libgorv\n"
-      "track node writes in gorv-sim: libgorv\n"
-      "track log in gorv-sim: libgorv\n"
-      "0 gorv-sim: libgorv scenario s.scn {}\n"
-      "0 target fps 0\n"
-      "0 perf lock held 0\n"
-      "0 measured fps 0\n"
-      "100000000 triggers start {id=4097;component=com.game/.Main;value=1;}\n"
-      "200000000 node writes write fps = 60 {path=/sys/kernel/gorv/fps;value=60;}\n"
-      "200000000 target fps 60\n"
-      "300000000 perf lock held 1\n"
-      "400000000 log bad \\x01 byte \\xFF {tag=GORV;priority=4;}\n"
-      "1000000000 measured fps 60\n"
-      "1000000000 node writes write target_pid = 123 "
-      "{path=/sys/kernel/gorv/target_pid;value=123;}\n";
+// PlayRun's tracks and events up to its lock release at 1200.
+const char* const kUpToRelease =
+    "track gorv-sim: libgorv pid 4194305\n"
+    "track measured fps counter in gorv-sim: libgorv\n"
+    "track target fps counter in gorv-sim: libgorv\n"
+    "track perf lock held counter in gorv-sim: libgorv\n"
+    "track triggers in gorv-sim: libgorv\n"
+    "track node writes in gorv-sim: libgorv\n"
+    "track log in gorv-sim: libgorv\n"
+    "0 gorv-sim: libgorv scenario s.scn {}\n"
+    "0 target fps 0\n"
+    "0 perf lock held 0\n"
+    "0 measured fps 0\n"
+    "100000000 triggers start {id=4097;component=com.game/.Main;value=1;}\n"
+    "200000000 node writes write fps = 60 {path=/sys/kernel/gorv/fps;value=60;}\n"
+    "200000000 target fps 60\n"
+    "300000000 perf lock held 1\n"
+    "400000000 log bad \\x01 byte \\xFF {tag=GORV;priority=4;}\n"
+    "1000000000 measured fps 60\n"
+    "1000000000 node writes write target_pid = 123 "
+    "{path=/sys/kernel/gorv/target_pid;value=123;}\n"
+    "1200000000 perf lock held 0\n";
+
+TEST(PerfettoWriterTest, TracksValuesAndTimesOnTheBootClockUpToAStop) {
+  std::ostringstream stream;
+  PerfettoWriter writer(stream);
+  std::string beforeEnd;
+  PlayRun(writer, stream, &beforeEnd);
+  EXPECT_EQ(writer.error(), "");
   // Streamed: what was written before End decodes, up to that moment.
-  EXPECT_EQ(PluginTracks(beforeEnd, 1, 6), tracks + "1200000000 perf lock held 0\n");
+  EXPECT_EQ(PluginTracks(beforeEnd, 1, 6), kUpToRelease);
   EXPECT_EQ(PluginTracks(stream.str(), 1, 6),
-            tracks +
-                "1200000000 perf lock held 0\n"
+            std::string(kUpToRelease) +
                 "2500000000 measured fps 30.5\n"
                 "2600000000 node writes write fps = 30 {path=/sys/kernel/gorv/fps;value=30;}\n"
                 "2600000000 target fps 30\n"

@@ -37,15 +37,6 @@ class FeatureTest : public ::testing::Test {
   static gorv::HostEnv& env() { return gorv::HostEnv::Get(); }
   GorvMetaMeter& meter() { return *static_cast<GorvMetaMeter*>(feature->metaMeter); }
 
-  // Texts written to the fps node, in order.
-  static std::vector<std::string> FpsWrites() {
-    std::vector<std::string> texts;
-    for (const gorv::HostEvent& event : env().NodeWrites()) {
-      if (event.name == GorvFeature::kFpsNode) texts.push_back(event.text);
-    }
-    return texts;
-  }
-
   TempSysfsRoot sysfs;
   FeatureInfo info = GameWorld::Info();
   std::unique_ptr<GorvFeature> feature;

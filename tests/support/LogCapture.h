@@ -13,6 +13,9 @@
 #include <string>
 #include <vector>
 
+// Log lines and other texts a test compares whole, in order.
+using Lines = std::vector<std::string>;
+
 class LogCapture {
  public:
   LogCapture();
