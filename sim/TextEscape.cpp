@@ -35,9 +35,16 @@ size_t Utf8Sequence(std::string_view text) {
 }
 
 std::string Terminal(std::string_view text) {
-  std::string out;
-  out.reserve(text.size());
-  for (size_t i = 0; i < text.size();) {
+  // Most texts are plain printable ASCII: copied whole.
+  size_t plain = 0;
+  while (plain < text.size() &&
+         (text[plain] == '\t' || (text[plain] >= 0x20 && text[plain] < 0x7F))) {
+    ++plain;
+  }
+  std::string out(text.substr(0, plain));
+  if (plain == text.size()) return out;
+  out.reserve(text.size() + 16);
+  for (size_t i = plain; i < text.size();) {
     auto byte = static_cast<unsigned char>(text[i]);
     size_t length = Utf8Sequence(text.substr(i));
     bool c1 = length == 2 && byte == 0xC2 && static_cast<unsigned char>(text[i + 1]) < 0xA0;
