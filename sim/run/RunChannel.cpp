@@ -43,21 +43,29 @@ bool FlushPending() {
   return size == 0 || WriteAll(gPending.fd, gPending.data, size);
 }
 
-bool Send(int fd, RunChannel::Type type, const std::string& payload) {
-  std::string record;
-  record.reserve(RunChannel::kHeader + payload.size());
-  Put(&record, static_cast<uint8_t>(type));
-  Put(&record, static_cast<uint32_t>(payload.size()));
-  record += payload;
+// Appends a record: straight into the pending buffer when it fits (no
+// copy of its own), else written at once.
+bool Send(int fd, RunChannel::Type type, std::string_view payload) {
+  size_t recordSize = RunChannel::kHeader + payload.size();
   size_t size = gPending.size.load();
-  if (!gPending.buffered || gPending.fd != fd || size + record.size() > sizeof(gPending.data)) {
+  if (!gPending.buffered || gPending.fd != fd || size + recordSize > sizeof(gPending.data)) {
     if (!FlushPending()) return false;
     gPending.fd = fd;
     size = 0;
   }
-  if (!gPending.buffered || record.size() > sizeof(gPending.data)) return WriteAll(fd, record);
-  std::memcpy(gPending.data + size, record.data(), record.size());
-  gPending.size.store(size + record.size());
+  auto length = static_cast<uint32_t>(payload.size());
+  if (!gPending.buffered || recordSize > sizeof(gPending.data)) {
+    std::string record;
+    Put(&record, static_cast<uint8_t>(type));
+    Put(&record, length);
+    record += payload;
+    return WriteAll(fd, record);
+  }
+  char* record = gPending.data + size;
+  record[0] = static_cast<char>(type);
+  std::memcpy(record + 1, &length, sizeof(length));
+  std::memcpy(record + RunChannel::kHeader, payload.data(), payload.size());
+  gPending.size.store(size + recordSize);
   return true;
 }
 
@@ -66,7 +74,9 @@ bool Send(int fd, RunChannel::Type type, const std::string& payload) {
 namespace RunChannel {
 
 bool SendEvent(int fd, const SimEvent& event) {
-  std::string payload;
+  // Reused: an event costs no allocation once the buffer has grown.
+  thread_local std::string payload;
+  payload.clear();
   Put(&payload, event.tMs);
   Put(&payload, static_cast<uint8_t>(event.kind));
   Put(&payload, event.value);
@@ -89,7 +99,7 @@ bool SendEnd(int fd, const RunEnd& end) {
 }
 
 bool SendText(int fd, Type type, std::string_view text) {
-  return Send(fd, type, std::string(text)) && FlushPending();
+  return Send(fd, type, text) && FlushPending();
 }
 
 void SetBuffered(bool buffered) {
