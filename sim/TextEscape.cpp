@@ -1,6 +1,9 @@
 #include "sim/TextEscape.h"
 
+#include <algorithm>
 #include <cstdio>
+#include <iterator>
+#include <utility>
 
 namespace {
 
@@ -60,6 +63,37 @@ std::string Terminal(std::string_view text) {
     i += length == 0 ? 1 : length;
   }
   return out;
+}
+
+std::string Json(std::string_view text) {
+  static constexpr std::pair<char, const char*> kShort[] = {
+      {'"', "\\\""}, {'\\', "\\\\"}, {'\b', "\\b"}, {'\f', "\\f"},
+      {'\n', "\\n"}, {'\r', "\\r"},  {'\t', "\\t"}};
+  std::string out = "\"";
+  out.reserve(text.size() + 2);
+  for (size_t i = 0; i < text.size();) {
+    auto byte = static_cast<unsigned char>(text[i]);
+    if (byte >= 0x20 && byte < 0x80 && byte != '"' && byte != '\\') {
+      out += text[i++];
+      continue;
+    }
+    size_t length = byte < 0x80 ? 1 : Utf8Sequence(text.substr(i));
+    const auto* escaped = std::find_if(std::begin(kShort), std::end(kShort),
+                                       [&](const auto& pair) { return pair.first == text[i]; });
+    if (length == 0) {
+      out += "\xEF\xBF\xBD";  // U+FFFD
+    } else if (escaped != std::end(kShort)) {
+      out += escaped->second;
+    } else if (byte < 0x20) {
+      char code[8];
+      std::snprintf(code, sizeof(code), "\\u%04x", byte);
+      out += code;
+    } else {
+      out.append(text.substr(i, length));
+    }
+    i += length == 0 ? 1 : length;
+  }
+  return out + "\"";
 }
 
 std::string Xml(std::string_view text) {

@@ -1,7 +1,7 @@
 // Makes text from the user or the plug-in safe where it is written: any
 // bytes may arrive (a file name, a log line), and none may break the
 // terminal or the XML of the plot. JSON outputs rely on nlohmann's escaping
-// with invalid UTF-8 replaced.
+// with invalid UTF-8 replaced, or on Json() where they write text directly.
 #pragma once
 
 #include <cstddef>
@@ -9,6 +9,11 @@
 #include <string_view>
 
 namespace TextEscape {
+
+// A JSON string literal, quotes included: valid UTF-8 kept, each byte of an
+// invalid sequence replaced by U+FFFD (as nlohmann's "replace" does), '"'
+// and '\\' escaped, control characters as \n, \t, ... or \u00XX.
+std::string Json(std::string_view text);
 
 // The length of the well-formed UTF-8 sequence at the start of `text`
 // (shortest form, no surrogates, at most U+10FFFF), or 0.

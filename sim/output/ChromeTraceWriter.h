@@ -10,9 +10,10 @@
 #pragma once
 
 #include <cstdint>
-#include <nlohmann/json.hpp>
+#include <functional>
 #include <ostream>
 #include <string>
+#include <vector>
 
 #include "sim/output/BucketBudget.h"
 #include "sim/output/RunSeries.h"
@@ -30,13 +31,14 @@ class ChromeTrace {
   void Write(const RunEnd& end, std::ostream& out);
 
  private:
-  nlohmann::ordered_json Metadata() const;
-  nlohmann::ordered_json Counters(const RunEnd& end) const;
+  // Writes one event (JSON text) after those before it.
+  using Separated = std::function<void(const std::string& event)>;
+  void WriteCounters(const RunEnd& end, Separated& out) const;
 
   std::string mName;
   RunSeries mSeries;
   BucketBudget mBudget;
-  nlohmann::ordered_json mInstants = nlohmann::ordered_json::array();
+  std::vector<std::string> mInstants;  // each a trace event's JSON text
 };
 
 using ChromeTraceWriter = WrittenAtEnd<ChromeTrace>;
