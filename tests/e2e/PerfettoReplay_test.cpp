@@ -137,7 +137,7 @@ TEST_F(PerfettoReplayTest, TheReportsMarkTheJankyFrames) {
   };
   EXPECT_EQ(count(plot.str(), "stroke=\"#d62728\" stroke-width=\"1.5\""), 2u);
   EXPECT_EQ(count(plot.str(), "janky frame (per the trace)"), 1u);
-  EXPECT_EQ(count(trace.str(), "\"name\": \"janky frame\""), 2u);
+  EXPECT_EQ(count(trace.str(), "\"name\":\"janky frame\""), 2u);
 
   std::ostringstream summary;
   SummaryJsonWriter json(scenario, summary);
