@@ -15,6 +15,25 @@ void AppendHex(unsigned char byte, std::string* out) {
   *out += text;
 }
 
+// The bytes at the start of `text` (not a well-formed sequence) that one
+// U+FFFD stands for, as nlohmann's "replace" counts them: a lead byte and
+// the continuation bytes that could still have completed it, or one byte
+// that cannot start a sequence.
+size_t BrokenSequence(std::string_view text) {
+  auto lead = static_cast<unsigned char>(text[0]);
+  size_t length = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : lead >= 0xC2 ? 2 : 0;
+  if (length == 0 || lead > 0xF4) return 1;
+  size_t taken = 1;
+  for (; taken < length && taken < text.size(); ++taken) {
+    auto byte = static_cast<unsigned char>(text[taken]);
+    bool second = taken == 1;
+    unsigned char low = second && lead == 0xE0 ? 0xA0 : second && lead == 0xF0 ? 0x90 : 0x80;
+    unsigned char high = second && lead == 0xED ? 0x9F : second && lead == 0xF4 ? 0x8F : 0xBF;
+    if (byte < low || byte > high) break;
+  }
+  return taken;
+}
+
 }  // namespace
 
 namespace TextEscape {
@@ -81,8 +100,11 @@ std::string Json(std::string_view text) {
     const auto* escaped = std::find_if(std::begin(kShort), std::end(kShort),
                                        [&](const auto& pair) { return pair.first == text[i]; });
     if (length == 0) {
-      out += "\xEF\xBF\xBD";  // U+FFFD
-    } else if (escaped != std::end(kShort)) {
+      out += "\xEF\xBF\xBD";  // U+FFFD for the broken sequence
+      i += BrokenSequence(text.substr(i));
+      continue;
+    }
+    if (escaped != std::end(kShort)) {
       out += escaped->second;
     } else if (byte < 0x20) {
       char code[8];
@@ -91,7 +113,7 @@ std::string Json(std::string_view text) {
     } else {
       out.append(text.substr(i, length));
     }
-    i += length == 0 ? 1 : length;
+    i += length;
   }
   return out + "\"";
 }

@@ -10,9 +10,10 @@
 
 namespace TextEscape {
 
-// A JSON string literal, quotes included: valid UTF-8 kept, each byte of an
-// invalid sequence replaced by U+FFFD (as nlohmann's "replace" does), '"'
-// and '\\' escaped, control characters as \n, \t, ... or \u00XX.
+// A JSON string literal, quotes included, byte for byte what nlohmann's
+// dump writes with invalid UTF-8 replaced: valid UTF-8 kept, each broken
+// sequence replaced by one U+FFFD, '"' and '\\' escaped, control characters
+// as \n, \t, ... or \u00xx.
 std::string Json(std::string_view text);
 
 // The length of the well-formed UTF-8 sequence at the start of `text`

@@ -2,13 +2,15 @@
 
 #include <limits>
 #include <nlohmann/json.hpp>
+#include <string>
 #include <variant>
 #include <vector>
+
+#include "sim/TextEscape.h"
 
 namespace {
 
 using Json = nlohmann::json;
-using OrderedJson = nlohmann::ordered_json;
 
 // Where a field lives in SimEvent; its type is the JSON type.
 using Member = std::variant<std::string SimEvent::*, int32_t SimEvent::*, int64_t SimEvent::*,
@@ -49,9 +51,25 @@ const KindRow& RowOf(SimEvent::Kind kind) {
   return kKinds[0];  // every kind has a row
 }
 
-std::string Dump(const OrderedJson& line) {
-  return line.dump(-1, ' ', false, OrderedJson::error_handler_t::replace);
-}
+// Writes a member of `event` as JSON text, as nlohmann writes it: lines
+// are written as text (a JSON value per line cost more than the plug-in's
+// run), and read back with nlohmann.
+struct FieldWriter {
+  const SimEvent& event;
+  std::string* out;
+
+  void operator()(std::string SimEvent::*member) const { *out += TextEscape::Json(event.*member); }
+  void operator()(int32_t SimEvent::*member) const { *out += std::to_string(event.*member); }
+  void operator()(int64_t SimEvent::*member) const { *out += std::to_string(event.*member); }
+  void operator()(std::vector<int32_t> SimEvent::*member) const {
+    *out += '[';
+    for (size_t i = 0; i < (event.*member).size(); ++i) {
+      if (i > 0) *out += ',';
+      *out += std::to_string((event.*member)[i]);
+    }
+    *out += ']';
+  }
+};
 
 // True when brackets outside strings nest deeper than kMaxDepth.
 bool TooDeep(std::string_view line) {
@@ -165,17 +183,19 @@ std::string FieldsText(const std::vector<Field>& fields) {
 
 std::string EventsFormat::Line(const SimEvent& event) {
   const KindRow& row = RowOf(event.kind);
-  OrderedJson line;
-  line["t"] = event.tMs;
-  line["event"] = row.name;
+  std::string line = "{\"t\":" + std::to_string(event.tMs) + ",\"event\":\"" + row.name + "\"";
   for (const Field& field : row.fields) {
-    std::visit([&](auto member) { line[field.key] = event.*member; }, field.member);
+    line += ",\"";
+    line += field.key;
+    line += "\":";
+    std::visit(FieldWriter{event, &line}, field.member);
   }
-  return Dump(line);
+  return line + "}";
 }
 
 std::string EventsFormat::StopLine(int64_t endMs, const std::string& reason) {
-  return Dump({{"t", endMs}, {"event", "stopped"}, {"reason", reason}});
+  return "{\"t\":" + std::to_string(endMs) +
+         ",\"event\":\"stopped\",\"reason\":" + TextEscape::Json(reason) + "}";
 }
 
 EventsFormat::Parsed EventsFormat::ParseLine(std::string_view line, SimEvent* event,
