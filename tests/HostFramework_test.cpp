@@ -79,7 +79,6 @@ TEST(HostFrameworkTest, SteppedOrderAtOneInstantIsActionsTriggersMetersThenTheRo
 }
 
 TEST(HostFrameworkTest, RoundsFollowTheIntervalAndOnlyAnEnabledFeatureGetsThem) {
-  gorv::HostEnv::Get().Reset();
   Lines log;
   SteppedRunner runner;
   auto* feature = new ProbeFeature(log);
@@ -103,15 +102,6 @@ TEST(HostFrameworkTest, RoundsFollowTheIntervalAndOnlyAnEnabledFeatureGetsThem) 
   runner.DestroyFeature();
   runner.RunUntil(2000);
   EXPECT_EQ(log.back(), "destroyed");
-}
-
-TEST(HostFrameworkTest, TheClassifierAnswersUnderItsOwnKeyOnly) {
-  HostLocator::Get().Clear();
-  std::string game = "com.example.game";
-  HostLocator::Get().SetClass(game, 2);
-  featureData out;
-  for (std::string key : {"AppClassifier", "Other"}) HostLocator::Get().getData(key, game, out, 0);
-  EXPECT_EQ(out.value, 0);
 }
 
 TEST(HostFrameworkTest, ProcessesAreFoundByTheFirstArgumentOfTheirCommandLine) {
@@ -138,7 +128,14 @@ TEST(HostFrameworkTest, ProcessesAreFoundByTheFirstArgumentOfTheirCommandLine) {
 // NOLINTNEXTLINE(performance-unnecessary-value-param)
 Feature* NullFactory(FeatureInfo) { return nullptr; }
 
-TEST(HostFrameworkTest, LoaderErrorsSayWhatIsMissing) {
+TEST(HostFrameworkTest, LoaderErrorsSayWhatIsMissingAndTheClassifierAnswersUnderItsOwnKeyOnly) {
+  HostLocator::Get().Clear();
+  std::string game = "com.example.game";
+  HostLocator::Get().SetClass(game, 2);
+  featureData out;
+  for (std::string key : {"AppClassifier", "Other"}) HostLocator::Get().getData(key, game, out, 0);
+  EXPECT_EQ(out.value, 0);
+
   std::string error;
   EXPECT_EQ(PluginLoader::Create("NOPE", GameWorld::Info(), &error), nullptr);
   EXPECT_EQ(error, "no feature registered under \"NOPE\"");

@@ -43,11 +43,10 @@ TEST_F(SimulatorCorpusTest, ShardsTogetherRunEveryScenarioOnce) {
       {"--shard 1/3", "b e "},
       {"", "c f "},
   };
+  const std::string environment =
+      "TEST_TOTAL_SHARDS=3 TEST_SHARD_INDEX=2 TEST_SHARD_STATUS_FILE=" + dir + "/status";
   for (const auto& [option, names] : shards) {
-    auto run = Sim("c x " + option,
-                   "TEST_TOTAL_SHARDS=3 TEST_SHARD_INDEX=2 "
-                   "TEST_SHARD_STATUS_FILE=" +
-                       dir + "/status");
+    auto run = Sim("c x " + option, environment);
     EXPECT_EQ(run.status, 0) << option;
     EXPECT_EQ(TableNames(run.out), names) << option << run.out;
   }
