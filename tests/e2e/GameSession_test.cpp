@@ -53,7 +53,12 @@ class GameSessionTest : public ::testing::Test {
   // Every session logs exactly these lines.
   void TearDown() override { EXPECT_EQ(logs.Messages(), expectedLogs); }
 
-  void Schedule(const std::vector<Step>& steps) {
+  // Creates the feature, runs the steps to `endMs`, destroys the feature as
+  // the framework does at exit and returns the effects.
+  Lines Run(const std::vector<Step>& steps, int64_t endMs, const Lines& ignoreList = {}) {
+    FeatureInfo info = GameWorld::Info();
+    info.ignoreList = ignoreList;
+    runner->Adopt(world.CreateFeature(info));
     for (const Step& step : steps) {
       if (step.id == kSetFps) {
         float fps = static_cast<float>(step.value);
@@ -62,14 +67,6 @@ class GameSessionTest : public ::testing::Test {
         runner->ScheduleTrigger(step.ms, GameWorld::Trigger(step.id, step.component, step.value));
       }
     }
-  }
-  // Creates the feature, runs the steps to `endMs`, destroys the feature as
-  // the framework does at exit and returns the effects.
-  Lines Run(const std::vector<Step>& steps, int64_t endMs, const Lines& ignoreList = {}) {
-    FeatureInfo info = GameWorld::Info();
-    info.ignoreList = ignoreList;
-    runner->Adopt(world.CreateFeature(info));
-    Schedule(steps);
     runner->RunUntil(endMs);
     roundPending = runner->PendingRoundMs().has_value();
     runner->DestroyFeature();

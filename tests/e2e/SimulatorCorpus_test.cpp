@@ -159,12 +159,9 @@ TEST_F(SimulatorCorpusTest, JobsKeepEachScenarioWholeInOrderWithTheSameTable) {
   // input, d ends the plug-in, e fails its check, f passes it.
   std::string longer = kSession;
   longer.replace(longer.find("trigger 5000"), std::string::npos, "end 1200000\n");
-  Write("c/a.scn", longer);
-  Write("c/b.scn", kSession);
-  Write("c/c.scn", "bogus\n");
-  Write("c/d.scn", kAborting);
-  Write("c/e.scn", kSession);
-  Write("c/f.scn", kShort);
+  const std::string scenarios[] = {longer, kSession, "bogus\n", kAborting, kSession, kShort};
+  for (char name = 'a'; name <= 'f'; ++name)
+    Write("c/" + std::string(1, name) + ".scn", scenarios[name - 'a']);
   ASSERT_EQ(Sim("c --events ev/ -j 1").status, 3);
   Write("ev/e.jsonl", "");
   // The timelines on standard output, then only the checks' reports.
