@@ -170,13 +170,14 @@ TEST_F(GameSessionTest, ASecondStartAndALoneStopAreIgnored) {
 }
 
 TEST_F(GameSessionTest, AQuickRestartKeepsThePendingRound) {
-  // The stop at 1100 leaves the round due at 1200 in place; the restart at
-  // 1150 schedules none of its own, so the session's rounds stay on 1200,
-  // 1400, ... and the first average lands at 1600 as usual. Destroying the
-  // feature mid-session releases its lock.
-  EXPECT_EQ(Run({{1000, kStart}, {1100, kStop}, {1150, kStart}}, 1700),
+  // Triggers at one instant arrive in the order they were posted. The stop
+  // at 1100 leaves the round due at 1200 in place; the restart schedules
+  // none of its own, so the session's rounds stay on 1200, 1400, ... and the
+  // first average lands at 1600 as usual. Destroying the feature
+  // mid-session releases its lock.
+  EXPECT_EQ(Run({{1000, kStart}, {1100, kStop}, {1100, kStart}}, 1700),
             (Lines{"1000 target_pid=4242", "1000 acquire 1", "1100 release 1",
-                   "1150 target_pid=4242", "1150 acquire 2", "1600 fps=60", "1700 release 2"}));
+                   "1100 target_pid=4242", "1100 acquire 2", "1600 fps=60", "1700 release 2"}));
   EXPECT_TRUE(roundPending);
 }
 
