@@ -54,7 +54,9 @@ TEST(HostEnvTest, PerfLockHandlesAreDistinctAndAFailureUsesNone) {
   EXPECT_EQ(*handles.rbegin(), 2000);
 }
 
-TEST(HostEnvTest, PropertiesReadLikePropertyGetAndPerfGetProp) {
+// Properties read like property_get and perf_get_prop; nodes are truncated;
+// events are recorded only when asked.
+TEST(HostEnvTest, PropertiesNodesAndEvents) {
   ASSERT_TRUE(android::base::SetProperty("vendor.test.gorv.flag", "true"));
   const std::string longText(120, 'x');
   struct Case {
@@ -73,9 +75,7 @@ TEST(HostEnvTest, PropertiesReadLikePropertyGetAndPerfGetProp) {
       EXPECT_EQ(env().PerfGetProp(c.key, c.fallback), c.value);
     }
   }
-}
 
-TEST(HostEnvTest, NodesAreTruncatedAndEventsRecordedOnlyWhenAsked) {
   env().Reset();
   TempSysfsRoot sysfs;
   EXPECT_EQ(env().WriteNode(kFpsNode, "120", 3), gorv::NodeFile::Outcome::kWritten);

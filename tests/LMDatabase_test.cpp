@@ -128,6 +128,12 @@ class LMDatabaseTest : public ::testing::Test {
     gWriteFault = SQLITE_OK;
     sqlite3_vfs_unregister(FaultVfs());
   }
+  // The table on apps.db, opened.
+  std::unique_ptr<LMDatabase<AppState>> Open() {
+    auto db = std::make_unique<LMDatabase<AppState>>("apps", dir, "apps.db");
+    EXPECT_EQ(db->LMDatabaseInit(), 0);
+    return db;
+  }
   TempFolder folder;
   const std::string dir = folder.path() + "/";
   const std::string path = dir + "apps.db";
@@ -135,50 +141,61 @@ class LMDatabaseTest : public ::testing::Test {
 
 TEST_F(LMDatabaseTest, AFlushRunsOneTransactionWithTheTableStatements) {
   StatementTrace trace;
-  LMDatabase<AppState> db("apps", dir, "apps.db");
-  ASSERT_EQ(db.LMDatabaseInit(), 0);
-  trace.Record(db.connection());
-  EXPECT_EQ(db.LMDatabaseWriteCachedToDisk(), 0);  // empty: still a transaction
+  auto db = Open();
+  trace.Record(db->connection());
+  EXPECT_EQ(db->LMDatabaseWriteCachedToDisk(), 0);  // empty: still a transaction
   EXPECT_EQ(trace.statements, (Lines{"BEGIN IMMEDIATE TRANSACTION;", "COMMIT TRANSACTION;"}));
 
   trace.statements.clear();
-  db.queueRow(Row(0, 1, "a.game"));
-  db.queueRow(Row(1, 2, "a.game", "renamed"));
-  EXPECT_EQ(db.writeCachedDRToDisk(), 0);
+  db->queueRow(Row(0, 1, "a.game"));
+  db->queueRow(Row(1, 2, "a.game", "renamed"));
+  EXPECT_EQ(db->writeCachedDRToDisk(), 0);
   EXPECT_EQ(
       trace.statements,
       (Lines{"BEGIN IMMEDIATE TRANSACTION;",
              "INSERT INTO apps(intcol1, appName, rsvdName, blob) VALUES (?,?,?,?)",
              "UPDATE apps SET (intcol1, appName, rsvdName, blob) = (?,?,?,?) WHERE (rowid) = (?)",
              "COMMIT TRANSACTION;"}));
-  EXPECT_EQ(Select(db.connection(), kAllRows), Lines{"1|2|a.game|renamed|4"});
-  EXPECT_EQ(db.cachedRows(), 0u);
+  EXPECT_EQ(Select(db->connection(), kAllRows), Lines{"1|2|a.game|renamed|4"});
+  EXPECT_EQ(db->cachedRows(), 0u);
+
+  // An open transaction of the owner is rolled back by the next flush.
+  sqlite3_exec(db->connection(), "BEGIN; INSERT INTO apps(appName) VALUES ('owner');", nullptr,
+               nullptr, nullptr);
+  db->queueRow(Row(0, 1, "flushed"));
+  LogCapture logs;
+  EXPECT_EQ(db->writeCachedDRToDisk(), 0);
+  EXPECT_EQ(logs.Messages(),
+            (Lines{kFlushError + "cannot start a transaction within a transaction\n",
+                   kFlushError + "cannot commit - no transaction is active\n",
+                   kFlushError + "cannot rollback - no transaction is active\n"}));
+  EXPECT_EQ(Select(db->connection(), kAllRows),
+            (Lines{"1|2|a.game|renamed|4", "2|1|flushed|NULL|4"}));
 }
 
 TEST_F(LMDatabaseTest, RowIdsAreNarrowedAndSkippedParametersKeepTheirLastBinding) {
-  LMDatabase<AppState> db("apps", dir, "apps.db");
-  ASSERT_EQ(db.LMDatabaseInit(), 0);
+  auto db = Open();
   LogCapture logs;
   // On a fresh insert statement an empty name is NULL and violates NOT
   // NULL (logged for the step and for the reset), an unset intcol1 stores
   // NULL; the flush goes on. Later rows repeat what they leave unset.
-  db.queueRow(Row(0, 2147483647, ""));
-  db.queueRow(Row(0, 2147483647, "first"));
-  db.queueRow(Row(0, 5, ""));
-  db.queueRow(Row(0, 6, "second"));
-  db.queueRow(Row(0, 2147483647, ""));
-  ASSERT_EQ(db.writeCachedDRToDisk(), 0);
+  db->queueRow(Row(0, 2147483647, ""));
+  db->queueRow(Row(0, 2147483647, "first"));
+  db->queueRow(Row(0, 5, ""));
+  db->queueRow(Row(0, 6, "second"));
+  db->queueRow(Row(0, 2147483647, ""));
+  ASSERT_EQ(db->writeCachedDRToDisk(), 0);
   EXPECT_EQ(logs.Messages(), (Lines{kFlushError + "19\n", kFlushError + "19\n"}));
-  EXPECT_EQ(Select(db.connection(), kAllRows), (Lines{"1|NULL|first|NULL|4", "2|5|first|NULL|4",
-                                                      "3|6|second|NULL|4", "4|6|second|NULL|4"}));
+  EXPECT_EQ(Select(db->connection(), kAllRows), (Lines{"1|NULL|first|NULL|4", "2|5|first|NULL|4",
+                                                       "3|6|second|NULL|4", "4|6|second|NULL|4"}));
 
   // The statements are prepared anew for each flush: the bindings start as
   // NULL again. A row id above 32 bits reaches SQLite as its low half.
-  db.queueRow(Row((int64_t{1} << 32) + 2, 9, "updated"));
-  db.queueRow(Row(3, 2147483647, "", "kept"));  // intcol1 and appName as the update before
-  ASSERT_EQ(db.writeCachedDRToDisk(), 0);
-  EXPECT_EQ(Select(db.connection(), kAllRows), (Lines{"1|NULL|first|NULL|4", "2|9|updated|NULL|4",
-                                                      "3|9|updated|kept|4", "4|6|second|NULL|4"}));
+  db->queueRow(Row((int64_t{1} << 32) + 2, 9, "updated"));
+  db->queueRow(Row(3, 2147483647, "", "kept"));  // intcol1 and appName as the update before
+  ASSERT_EQ(db->writeCachedDRToDisk(), 0);
+  EXPECT_EQ(Select(db->connection(), kAllRows), (Lines{"1|NULL|first|NULL|4", "2|9|updated|NULL|4",
+                                                       "3|9|updated|kept|4", "4|6|second|NULL|4"}));
 }
 
 TEST_F(LMDatabaseTest, WhereClauses) {
@@ -206,8 +223,7 @@ TEST_F(LMDatabaseTest, WhereClauses) {
 TEST_F(LMDatabaseTest, DestructionFlushesAndReportsRowsQueuedDuringThatFlush) {
   LogCapture logs;
   StatementTrace trace;
-  auto* db = new LMDatabase<AppState>("apps", dir, "apps.db");
-  ASSERT_EQ(db->LMDatabaseInit(), 0);
+  auto* db = Open().release();
   db->queueRow(Row(0, 1, "queued.before"));
   trace.Record(db->connection());
   // A producer that queues once the final flush has seen its cache empty.
@@ -249,27 +265,26 @@ TEST_F(LMDatabaseTest, AFailedWriteLosesTheFlushWholeAndTheNextOneLands) {
   for (auto [fault, text] : {std::pair{SQLITE_IOERR_WRITE, "disk I/O error"},
                              std::pair{SQLITE_FULL, "database or disk is full"}}) {
     std::filesystem::remove(path);
-    LMDatabase<AppState> db("apps", dir, "apps.db");
-    ASSERT_EQ(db.LMDatabaseInit(), 0);
-    QueueBatch(db, "before", 3);
-    ASSERT_EQ(db.writeCachedDRToDisk(), 0);
+    auto db = Open();
+    QueueBatch(*db, "before", 3);
+    ASSERT_EQ(db->writeCachedDRToDisk(), 0);
 
     LogCapture logs;
-    QueueBatch(db, "failed", 5);
+    QueueBatch(*db, "failed", 5);
     gWriteFault = fault;
-    db.writeCachedDRToDisk();
+    db->writeCachedDRToDisk();
     gWriteFault = SQLITE_OK;
     // SQLite rolled the failed commit back itself.
     EXPECT_EQ(logs.Messages(),
               (Lines{kFlushError + text + "\n",
                      kFlushError + "cannot rollback - no transaction is active\n"}));
-    EXPECT_EQ(db.cachedRows(), 0u);  // consumed, not retried
+    EXPECT_EQ(db->cachedRows(), 0u);  // consumed, not retried
 
-    QueueBatch(db, "after", 4);
-    ASSERT_EQ(db.writeCachedDRToDisk(), 0);
-    EXPECT_EQ(Select(db.connection(), "PRAGMA integrity_check"), Lines{"ok"});
+    QueueBatch(*db, "after", 4);
+    ASSERT_EQ(db->writeCachedDRToDisk(), 0);
+    EXPECT_EQ(Select(db->connection(), "PRAGMA integrity_check"), Lines{"ok"});
     // Every row but the failed flush's.
-    EXPECT_EQ(Select(db.connection(), "SELECT count(*), sum(appName LIKE 'failed-%') FROM apps"),
+    EXPECT_EQ(Select(db->connection(), "SELECT count(*), sum(appName LIKE 'failed-%') FROM apps"),
               Lines{"7|0"});
   }
   EXPECT_EQ(Ask(path, "PRAGMA integrity_check"), Lines{"ok"});
@@ -305,65 +320,48 @@ TEST_F(LMDatabaseTest, KilledMidFlushTheFileStaysWholeAndHoldsWholeBatches) {
 TEST_F(LMDatabaseTest, RowsQueuedWhileFlushingAreWrittenExactlyOnce) {
   constexpr int kProducers = 4;
   constexpr int kRows = 2500;
-  LMDatabase<AppState> db("apps", dir, "apps.db");
-  ASSERT_EQ(db.LMDatabaseInit(), 0);
+  auto db = Open();
   std::atomic<int> running{kProducers};
   std::vector<std::thread> producers;
   producers.reserve(kProducers);
   for (int p = 0; p < kProducers; ++p) {
     producers.emplace_back([&db, &running, p] {
-      QueueBatch(db, "producer" + std::to_string(p), kRows);
+      QueueBatch(*db, "producer" + std::to_string(p), kRows);
       --running;
     });
   }
   std::thread flusher([&db, &running] {
-    while (running > 0) db.writeCachedDRToDisk();
+    while (running > 0) db->writeCachedDRToDisk();
   });
   for (std::thread& producer : producers) producer.join();
   flusher.join();
-  ASSERT_EQ(db.writeCachedDRToDisk(), 0);
+  ASSERT_EQ(db->writeCachedDRToDisk(), 0);
   const std::string rows = std::to_string(kProducers * kRows);
-  EXPECT_EQ(Select(db.connection(), "SELECT count(*), count(DISTINCT appName) FROM apps"),
+  EXPECT_EQ(Select(db->connection(), "SELECT count(*), count(DISTINCT appName) FROM apps"),
             Lines{rows + "|" + rows});
 }
 
 TEST_F(LMDatabaseTest, AFlushOutOfMemoryLeavesNoStatementAndNoTransaction) {
-  LMDatabase<AppState> db("apps", dir, "apps.db");
-  ASSERT_EQ(db.LMDatabaseInit(), 0);
-  db.queueRow(Row(0, 1, "kept"));
+  auto db = Open();
+  db->queueRow(Row(0, 1, "kept"));
   LogCapture logs;
   // Every allocation of a flush in turn throws, until a flush makes fewer.
   long n = 1;
   for (;; ++n) {
     logs.Clear();
     ArmAllocationFailure(n, Allocations::kAll);
-    EXPECT_EQ(db.writeCachedDRToDisk(), 0);
+    EXPECT_EQ(db->writeCachedDRToDisk(), 0);
     bool failed = CountedAllocations() >= n;
     CountAllocations(false);
     if (!failed) break;
     EXPECT_EQ(logs.Messages(), Lines{"LMDB: writeCachedDRToDisk() N: Caught exception: "
                                      "std::bad_alloc in writeCachedDRToDisk"});
-    EXPECT_EQ(sqlite3_next_stmt(db.connection(), nullptr), nullptr);
-    EXPECT_NE(sqlite3_get_autocommit(db.connection()), 0);
-    EXPECT_EQ(db.cachedRows(), 1u);
+    EXPECT_EQ(sqlite3_next_stmt(db->connection(), nullptr), nullptr);
+    EXPECT_NE(sqlite3_get_autocommit(db->connection()), 0);
+    EXPECT_EQ(db->cachedRows(), 1u);
   }
   EXPECT_GT(n, 2);  // both statement texts failed once
-  EXPECT_EQ(Select(db.connection(), kAllRows), Lines{"1|1|kept|NULL|4"});
-}
-
-TEST_F(LMDatabaseTest, AnOpenTransactionOfTheOwnerIsRolledBackByTheNextFlush) {
-  LMDatabase<AppState> db("apps", dir, "apps.db");
-  ASSERT_EQ(db.LMDatabaseInit(), 0);
-  sqlite3_exec(db.connection(), "BEGIN; INSERT INTO apps(appName) VALUES ('owner');", nullptr,
-               nullptr, nullptr);
-  db.queueRow(Row(0, 1, "flushed"));
-  LogCapture logs;
-  EXPECT_EQ(db.writeCachedDRToDisk(), 0);
-  EXPECT_EQ(logs.Messages(),
-            (Lines{kFlushError + "cannot start a transaction within a transaction\n",
-                   kFlushError + "cannot commit - no transaction is active\n",
-                   kFlushError + "cannot rollback - no transaction is active\n"}));
-  EXPECT_EQ(Select(db.connection(), kAllRows), Lines{"1|1|flushed|NULL|4"});
+  EXPECT_EQ(Select(db->connection(), kAllRows), Lines{"1|1|kept|NULL|4"});
 }
 
 }  // namespace

@@ -148,8 +148,7 @@ struct CopyFails {
 
 TEST_F(IntervalsCounterTest, AFailedSyncReturnsNothingAndMeasuresAgainFromTheLastGoodOne) {
   GorvIntervalsCounter counter;
-  std::string name = "copy";
-  counter.registerIntervals(200, 200, [](void*) {}, name, {});
+  Register(counter, 200, 200, "copy");
   Register(counter, 200, 200, "good");
   // Swap the first timer's task for one whose copy throws.
   counter.mTimeKeepers[1].mTask = CopyFails();

@@ -53,7 +53,12 @@ class GameSessionTest : public ::testing::Test {
   // Every session logs exactly these lines.
   void TearDown() override { EXPECT_EQ(logs.Messages(), expectedLogs); }
 
-  void Schedule(const std::vector<Step>& steps) {
+  // Creates the feature, runs the steps to `endMs`, destroys the feature as
+  // the framework does at exit and returns the effects.
+  Lines Run(const std::vector<Step>& steps, int64_t endMs, const Lines& ignoreList = {}) {
+    FeatureInfo info = GameWorld::Info();
+    info.ignoreList = ignoreList;
+    runner->Adopt(world.CreateFeature(info));
     for (const Step& step : steps) {
       if (step.id == kSetFps) {
         float fps = static_cast<float>(step.value);
@@ -62,14 +67,6 @@ class GameSessionTest : public ::testing::Test {
         runner->ScheduleTrigger(step.ms, GameWorld::Trigger(step.id, step.component, step.value));
       }
     }
-  }
-  // Creates the feature, runs the steps to `endMs`, destroys the feature as
-  // the framework does at exit and returns the effects.
-  Lines Run(const std::vector<Step>& steps, int64_t endMs, const Lines& ignoreList = {}) {
-    FeatureInfo info = GameWorld::Info();
-    info.ignoreList = ignoreList;
-    runner->Adopt(world.CreateFeature(info));
-    Schedule(steps);
     runner->RunUntil(endMs);
     roundPending = runner->PendingRoundMs().has_value();
     runner->DestroyFeature();
@@ -173,13 +170,14 @@ TEST_F(GameSessionTest, ASecondStartAndALoneStopAreIgnored) {
 }
 
 TEST_F(GameSessionTest, AQuickRestartKeepsThePendingRound) {
-  // The stop at 1100 leaves the round due at 1200 in place; the restart at
-  // 1150 schedules none of its own, so the session's rounds stay on 1200,
-  // 1400, ... and the first average lands at 1600 as usual. Destroying the
-  // feature mid-session releases its lock.
-  EXPECT_EQ(Run({{1000, kStart}, {1100, kStop}, {1150, kStart}}, 1700),
+  // Triggers at one instant arrive in the order they were posted. The stop
+  // at 1100 leaves the round due at 1200 in place; the restart schedules
+  // none of its own, so the session's rounds stay on 1200, 1400, ... and the
+  // first average lands at 1600 as usual. Destroying the feature
+  // mid-session releases its lock.
+  EXPECT_EQ(Run({{1000, kStart}, {1100, kStop}, {1100, kStart}}, 1700),
             (Lines{"1000 target_pid=4242", "1000 acquire 1", "1100 release 1",
-                   "1150 target_pid=4242", "1150 acquire 2", "1600 fps=60", "1700 release 2"}));
+                   "1100 target_pid=4242", "1100 acquire 2", "1600 fps=60", "1700 release 2"}));
   EXPECT_TRUE(roundPending);
 }
 

@@ -54,18 +54,17 @@ class PerfettoReplayTest : public SimFolderTest {
     // Fields the simulator does not read: in a packet, and beside the packets.
     Write("game.txt", gameBytes + "\x0a\x02\x50\x01" + "\x10\x07");
   }
-  bool Parse(const std::string& text, std::string* error) {
-    return ScenarioParser::Parse("x.scn", dir, text, &scenario, error);
+  bool Parse(const std::string& text) {
+    return ScenarioParser::Parse("x.scn", dir, text, &scenario, &error);
   }
 
-  std::string gameBytes;
+  std::string gameBytes, error;
   Scenario scenario;
 };
 
 TEST_F(PerfettoReplayTest, TheFramesOfTheChosenLayer) {
-  std::string error;
-  ASSERT_TRUE(Parse(
-      "frames 0 game.txt\nlayer menu\nframes 10 game.txt\nlayer\nframes 20 game.txt\n", &error))
+  ASSERT_TRUE(
+      Parse("frames 0 game.txt\nlayer menu\nframes 10 game.txt\nlayer\nframes 20 game.txt\n"))
       << error;
   const FrameTimeline& game = *scenario.rates[0].timeline;
   EXPECT_EQ(game.format(), "Perfetto FrameTimeline");
@@ -108,16 +107,14 @@ TEST_F(PerfettoReplayTest, ErrorsNameTheFileAndTheLine) {
       {"layer TX\nframes 0 game.txt", "game.txt: 3 layers' names contain 'TX'" + layers},
   };
   for (const auto& [text, message] : cases) {
-    std::string error;
-    EXPECT_FALSE(Parse(text, &error)) << text;
+    EXPECT_FALSE(Parse(text)) << text;
     EXPECT_EQ(error,
               "x.scn:" + std::string(text[0] == 'l' ? "2" : "1") + ": " + dir + "/" + message);
   }
 }
 
 TEST_F(PerfettoReplayTest, TheReportsMarkTheJankyFrames) {
-  std::string error;
-  ASSERT_TRUE(Parse("frames 1000 game.txt\nend 2000\n", &error)) << error;
+  ASSERT_TRUE(Parse("frames 1000 game.txt\nend 2000\n")) << error;
   RunResult result;
   ASSERT_TRUE(RunEngine::Run(scenario, {GORV_PLUGIN_PATH, false}, &result, &error)) << error;
   EXPECT_EQ(result.info.jankyMs, (Times{1000, 1350}));

@@ -43,11 +43,10 @@ TEST_F(SimulatorCorpusTest, ShardsTogetherRunEveryScenarioOnce) {
       {"--shard 1/3", "b e "},
       {"", "c f "},
   };
+  const std::string environment =
+      "TEST_TOTAL_SHARDS=3 TEST_SHARD_INDEX=2 TEST_SHARD_STATUS_FILE=" + dir + "/status";
   for (const auto& [option, names] : shards) {
-    auto run = Sim("c x " + option,
-                   "TEST_TOTAL_SHARDS=3 TEST_SHARD_INDEX=2 "
-                   "TEST_SHARD_STATUS_FILE=" +
-                       dir + "/status");
+    auto run = Sim("c x " + option, environment);
     EXPECT_EQ(run.status, 0) << option;
     EXPECT_EQ(TableNames(run.out), names) << option << run.out;
   }
@@ -160,12 +159,9 @@ TEST_F(SimulatorCorpusTest, JobsKeepEachScenarioWholeInOrderWithTheSameTable) {
   // input, d ends the plug-in, e fails its check, f passes it.
   std::string longer = kSession;
   longer.replace(longer.find("trigger 5000"), std::string::npos, "end 1200000\n");
-  Write("c/a.scn", longer);
-  Write("c/b.scn", kSession);
-  Write("c/c.scn", "bogus\n");
-  Write("c/d.scn", kAborting);
-  Write("c/e.scn", kSession);
-  Write("c/f.scn", kShort);
+  const std::string scenarios[] = {longer, kSession, "bogus\n", kAborting, kSession, kShort};
+  for (char name = 'a'; name <= 'f'; ++name)
+    Write("c/" + std::string(1, name) + ".scn", scenarios[name - 'a']);
   ASSERT_EQ(Sim("c --events ev/ -j 1").status, 3);
   Write("ev/e.jsonl", "");
   // The timelines on standard output, then only the checks' reports.

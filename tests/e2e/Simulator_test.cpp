@@ -43,6 +43,9 @@ class SimulatorTest : public SimFolderTest {
   RunResult result;
 };
 
+// The feature enabled and a game at 60 fps.
+constexpr const char* kGame =
+    "property ro.vendor.perf.gorv true\napp com.example.game 2 4242\nfps 0 60\n";
 constexpr const char* kInitialized =
     R"J({"t":0,"event":"log","priority":6,"tag":"ANDR-PERF-LM","message":"GORV_FEATURE: GorvFeature() N: Initialized  GORV(rev. v1.00)"})J";
 
@@ -51,16 +54,10 @@ TEST_F(SimulatorTest, FaultsOnTheLockAndTheNodes) {
   // first analysis (1600) tries again and, the fault lifted, gets handle 1.
   // The fps node is gone by then: its write is refused and logged.
   EXPECT_EQ(
-      Events("property ro.vendor.perf.gorv true\n"
-             "app com.example.game 2 4242\n"
-             "meter-latency 100\n"
-             "fps 0 60\n"
-             "fault 500 perf-lock-fail\n"
-             "trigger 1000 4097 com.example.game/.Main\n"
-             "fault 1500 perf-lock-ok\n"
-             "fault 1500 nodes-missing\n"
-             "trigger 3000 4098 com.example.game/.Main\n"
-             "end 3500\n"),
+      Events(std::string(kGame) +
+             "meter-latency 100\nfault 500 perf-lock-fail\n"
+             "trigger 1000 4097 com.example.game/.Main\nfault 1500 perf-lock-ok\n"
+             "fault 1500 nodes-missing\ntrigger 3000 4098 com.example.game/.Main\nend 3500\n"),
       (Lines{
           kInitialized,
           R"J({"t":1000,"event":"node","path":"/sys/kernel/sched_penalty/parameters/target_pid","value":"4242"})J",
@@ -74,12 +71,8 @@ TEST_F(SimulatorTest, TraceCountersAndMeterMarkers) {
   // The start's own meters finish at 1050 with no reading requested (fps 0
   // in the marker); from 1250 on each run carries the requested 60.
   EXPECT_EQ(
-      Events("property ro.vendor.perf.gorv true\n"
-             "property vendor.debug.trace.gorv 1\n"
-             "app com.example.game 2 4242\n"
-             "fps 0 60\n"
-             "trigger 1000 4097 com.example.game/.Main\n"
-             "end 1700\n"),
+      Events(std::string(kGame) + "property vendor.debug.trace.gorv 1\n"
+                                  "trigger 1000 4097 com.example.game/.Main\nend 1700\n"),
       (Lines{
           kInitialized,
           R"J({"t":1000,"event":"node","path":"/sys/kernel/sched_penalty/parameters/target_pid","value":"4242"})J",

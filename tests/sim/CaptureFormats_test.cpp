@@ -152,16 +152,12 @@ TEST(CaptureFormatsTest, ATraceKeepsItsLayerAndOriginAndStaysBounded) {
 
 TEST(CaptureFormatsTest, ACaptureNamedInSeveralWaysIsReadOncePerLayer) {
   TempFolder folder;
-  folder.Write("c/x", Trace({5000, 6000}));
-  ASSERT_EQ(symlink("x", (folder.path() + "/c/link").c_str()), 0);
+  const std::string c = folder.path() + "/c", x = folder.Write("c/x", Trace({5000, 6000}));
+  ASSERT_EQ(symlink("x", (c + "/link").c_str()), 0);
   Scenario scenario;
   std::string error;
-  ASSERT_TRUE(ScenarioParser::Parse("s", folder.path() + "/c",
-                                    "frames 0 ./x\nframes 1 ././x\nlayer TX\nframes 2 x\n"
-                                    "frames 3 link\nframes 4 " +
-                                        folder.path() +
-                                        "/c/x\n"
-                                        "layer \nframes 5 x\n",
+  const std::string text = "frames 0 ./x\nframes 1 ././x\nlayer TX\nframes 2 x\nframes 3 link\n";
+  ASSERT_TRUE(ScenarioParser::Parse("s", c, text + "frames 4 " + x + "\nlayer \nframes 5 x\n",
                                     &scenario, &error))
       << error;
   ASSERT_EQ(scenario.rates.size(), 6u);
