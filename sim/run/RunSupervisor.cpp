@@ -35,6 +35,8 @@ namespace {
 // How long a child asked to stop may take before it is killed: the plug-in
 // may be stuck in a call of its own.
 constexpr std::chrono::milliseconds kStopGrace(5000);
+// The stall watch's clock before the child has begun.
+constexpr int64_t kNotBegun = -2;
 // How often a progress line learns the virtual time reached.
 constexpr std::chrono::milliseconds kProgressPeriod(100);
 
@@ -205,7 +207,11 @@ void Parent::Pump(ChannelReader& reader, pid_t child, const std::function<bool()
   std::chrono::steady_clock::time_point deadline;
   for (bool asked = false;;) {
     auto now = std::chrono::steady_clock::now();
-    if (!asked) mStalled = watch.Stalled(mShared->clockMs.load(), now);
+    // Until the child has begun (exec, the dynamic loader: slow under an
+    // emulator) its clock reads as a value no run reaches, so that beginning
+    // counts as progress and the plug-in's time is watched from there.
+    int64_t clockMs = mBegun ? mShared->clockMs.load() : kNotBegun;
+    if (!asked) mStalled = watch.Stalled(clockMs, now);
     if (!asked && (Interrupts::Caught() != 0 || mAbandoned || mStalled)) {
       mInterrupt = mAbandoned || mStalled ? 0 : Interrupts::Caught();
       // A stalled child cannot be asked: its fatal-signal handler still

@@ -183,8 +183,8 @@ const HostileCase kHostileCases[] = {
     // The run's process: stuck in the plug-in; an emulator that is not
     // there; its arguments typed by hand.
     {{kTmp, {"hang.scn", "property rogue.on_trigger hang\ntrigger 5 4097 g\n"}},
-     "hang.scn --stall-timeout 1", IN_TMP " GORV_PLUGIN=" ROGUE_PLUGIN_PATH, 3,
-     "gorv-sim: the plug-in made no progress for 1.000 s of real time at 0.005 s of virtual "
+     "hang.scn --stall-timeout 2", IN_TMP " GORV_PLUGIN=" ROGUE_PLUGIN_PATH, 3,
+     "gorv-sim: the plug-in made no progress for 2.000 s of real time at 0.005 s of virtual "
      "time, and gorv-sim ended its process; it logged nothing before. The outputs hold the run "
      "up to that moment.\n", kNoPrivate, "stopped at       0.005 s: the plug-in made no progress"},
     {{kTmp}, "", IN_TMP " GORV_SIM_EMULATOR=$DIR/none", 1,
