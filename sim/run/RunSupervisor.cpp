@@ -197,8 +197,9 @@ void Parent::OnRecord(RunChannel::Type type, std::string_view payload) {
 }
 
 // Takes the child's records until its end of the channel closes. A caught
-// signal or an abandoned output asks the child to stop; a child that does
-// not within the grace is killed.
+// signal or an abandoned output asks the child to stop; a child that makes
+// no progress (StallWatch) is sent SIGABRT; a child that does not end
+// within the grace after either is killed.
 void Parent::Pump(ChannelReader& reader, pid_t child, const std::function<bool()>& abandon) {
   auto onRecord = [this](RunChannel::Type type, std::string_view payload) {
     OnRecord(type, payload);
