@@ -1,10 +1,10 @@
 #include "sim/ErrorLine.h"
 
-#include <limits.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <iostream>
 #include <streambuf>
 

@@ -28,7 +28,7 @@ class ChromeTrace {
   explicit ChromeTrace(const RunInfo& run);
   // Keeps the event's counters and, within the budget, its instant.
   void Add(const SimEvent& event);
-  void Write(const RunEnd& end, std::ostream& out);
+  void Write(const RunEnd& end, std::ostream& stream);
 
  private:
   // Writes one event (JSON text) after those before it.

@@ -20,7 +20,8 @@ static_assert(std::atomic<int64_t>::is_always_lock_free && std::atomic<bool>::is
 
 bool WriteAt(int fd, const std::string& data, off_t at) {
   for (size_t done = 0; done < data.size();) {
-    ssize_t wrote = pwrite(fd, data.data() + done, data.size() - done, at + done);
+    ssize_t wrote =
+        pwrite(fd, data.data() + done, data.size() - done, at + static_cast<off_t>(done));
     if (wrote < 0 && errno == EINTR) continue;
     if (wrote <= 0) return false;
     done += static_cast<size_t>(wrote);
@@ -30,7 +31,8 @@ bool WriteAt(int fd, const std::string& data, off_t at) {
 
 bool ReadAt(int fd, std::string* data, off_t at) {
   for (size_t done = 0; done < data->size();) {
-    ssize_t got = pread(fd, data->data() + done, data->size() - done, at + done);
+    ssize_t got =
+        pread(fd, data->data() + done, data->size() - done, at + static_cast<off_t>(done));
     if (got < 0 && errno == EINTR) continue;
     if (got <= 0) return false;
     done += static_cast<size_t>(got);

@@ -80,7 +80,7 @@ Command CommandFor(int program, int channel, int memory) {
   std::istringstream emulator(set != nullptr ? set : "");
   for (std::string word; emulator >> word;) command.arguments.push_back(word);
   if (command.arguments.empty()) {
-    command.arguments.push_back("gorv-sim");
+    command.arguments.emplace_back("gorv-sim");
   } else {
     command.arguments.push_back(command.file);
     command.file = command.arguments[0];
@@ -115,7 +115,7 @@ pid_t StartProcess(const Command& command, int channel, int memory, int program)
     Interrupts::IgnoreInChild();
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     for (int fd : {channel, memory, program}) fcntl(fd, F_SETFD, 0);
-    sigprocmask(SIG_SETMASK, &old, nullptr);
+    pthread_sigmask(SIG_SETMASK, &old, nullptr);
     execve(command.file.c_str(), argv.data(), environ);
     RunChannel::SendNotStarted(channel, errno);
     _exit(127);
