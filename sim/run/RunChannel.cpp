@@ -43,6 +43,14 @@ bool FlushPending() {
   return size == 0 || WriteAll(gPending.fd, gPending.data, size);
 }
 
+// Writes a record's header (type, then the payload's length) at `at`;
+// async-signal-safe.
+void PutHeader(char* at, RunChannel::Type type, size_t length) {
+  at[0] = static_cast<char>(type);
+  auto size = static_cast<uint32_t>(length);
+  std::memcpy(at + 1, &size, sizeof(size));
+}
+
 // Appends a record: straight into the pending buffer when it fits (no
 // copy of its own), else written at once.
 bool Send(int fd, RunChannel::Type type, std::string_view payload) {
@@ -53,17 +61,14 @@ bool Send(int fd, RunChannel::Type type, std::string_view payload) {
     gPending.fd = fd;
     size = 0;
   }
-  auto length = static_cast<uint32_t>(payload.size());
   if (!gPending.buffered || recordSize > sizeof(gPending.data)) {
-    std::string record;
-    Put(&record, static_cast<uint8_t>(type));
-    Put(&record, length);
+    std::string record(RunChannel::kHeader, '\0');
+    PutHeader(record.data(), type, payload.size());
     record += payload;
     return WriteAll(fd, record);
   }
   char* record = gPending.data + size;
-  record[0] = static_cast<char>(type);
-  std::memcpy(record + 1, &length, sizeof(length));
+  PutHeader(record, type, payload.size());
   std::memcpy(record + RunChannel::kHeader, payload.data(), payload.size());
   gPending.size.store(size + recordSize);
   return true;
@@ -117,10 +122,8 @@ void FlushFromSignal() {
 
 void SendNotStarted(int fd, int error) {
   char record[kHeader + sizeof(int32_t)];
-  record[0] = static_cast<char>(Type::NotStarted);
-  auto size = static_cast<uint32_t>(sizeof(int32_t));
   auto value = static_cast<int32_t>(error);
-  std::memcpy(record + 1, &size, sizeof(size));
+  PutHeader(record, Type::NotStarted, sizeof(value));
   std::memcpy(record + kHeader, &value, sizeof(value));
   WriteAll(fd, record, sizeof(record));
 }
